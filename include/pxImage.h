@@ -1,0 +1,183 @@
+/* pxImage: image services for camera-based acquisition and measurement.
+ *
+ * The C interface of the library: the image record, the pixel types and every exported function.
+ * Unless a comment says otherwise a function returns 1 on success and 0 on failure; failures are reported
+ * through the environment library's log (an error record where the failure is found, then one trace per
+ * function on the way out). Functions that create a record take the address of the caller's pointer.
+ * Compiles as C99 and as C++.
+ */
+#ifndef PXIMAGE_H
+#define PXIMAGE_H
+
+#include <stdint.h>
+#include <stdio.h>
+
+#include "img_4_px.h"
+
+#if defined(_WIN32)
+#define PXIMAGE_API __declspec(dllexport)
+#else
+#define PXIMAGE_API __attribute__((visibility("default")))
+#endif
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* ==== Pixel types ========================================================================================= */
+
+/* Pixel type codes. CBIT, CSHORT and SHORT12 are file encodings; in memory they are held as UBYTE or SHORT.
+ * Type 0 as an argument means "the source's type". */
+enum pxImagePixelType {
+    CBIT = 1,    /* bi-level data of a CBIT file, 1 byte */
+    UBYTE = 2,   /* unsigned 8-bit */
+    SHORT = 3,   /* unsigned 16-bit */
+    CSHORT = 4,  /* compressed 16-bit file data, 2 bytes */
+    INT = 5,     /* signed 32-bit */
+    FLOAT = 6,   /* 32-bit IEEE float */
+    DOUBLE = 7,  /* 64-bit IEEE float */
+    SHORT12 = 8  /* 12-bit samples held in 16 bits */
+};
+
+/* Largest frame size accepted for origWidth and origHeight (one more than the largest image width). */
+#define pxImage_MAX_SIZE 10000
+
+/* ==== The image record ==================================================================================== */
+
+/* A pixel map: row pointers over one contiguous plane, addressed map[y][x] with y in [-border,
+ * height+border) and x in [-border, width+border). Cast to the pixel type's row type (float ** etc.). */
+typedef void **pxImagePixMap;
+
+/* The image record. Field order and widths are part of the interface and mirror the file header. */
+typedef struct tag_pxImage {
+    int32_t type;         /* pixel type of every plane */
+    int32_t width;        /* columns, 1..9999 */
+    int32_t height;       /* rows, 1..9999 */
+    int32_t border;       /* margin in pixels on each side of every plane, 0..999 */
+    int32_t planes;       /* pixel maps in use, 1..9 (0 in an empty record) */
+    int32_t origX;        /* left edge of this image inside the full frame */
+    int32_t origY;        /* top edge of this image inside the full frame */
+    int32_t origWidth;    /* width of the full frame */
+    int32_t origHeight;   /* height of the full frame */
+    int32_t roiminX;      /* region of interest: first column */
+    int32_t roimaxX;      /* one past its last column */
+    int32_t roiminY;      /* first row */
+    int32_t roimaxY;      /* one past its last row */
+    int32_t origType;     /* pixel type the data had at its source; kept by conversions */
+    int32_t auxInt;       /* spare, carried through copies and files */
+    float temperature[3]; /* degrees Celsius; -273.0 means not measured */
+    double opticsParam[5];
+    double aberK1, aberK2, aberK3; /* radial lens-distortion coefficients */
+    double aberP1, aberP2;         /* tangential lens-distortion coefficients */
+    double aberCx, aberCy;         /* distortion centre in pixels */
+    int32_t auxShort[4];           /* spare, stored as 16-bit numbers in files */
+    int32_t auxLong[8];            /* spare */
+    int64_t auxWide;               /* spare, stored as 8 raw bytes */
+    int32_t auxInt2[3];            /* spare */
+    pxImagePixMap pixMap[9];       /* one pixel map per plane; null from `planes` on */
+    int32_t refCount;              /* outstanding references; changed only atomically */
+} tag_pxImage;
+
+/* ==== Record and lifecycle (module pxImage) =============================================================== */
+
+/* Builds a record of the given type (0 allowed: pixels of size 0), size 1..9999, border 0..999 and 1..9
+ * planes, with zero-filled pixel maps and default metadata. O(pixels). *image receives the record
+ * (refCount 0), or stays null on failure. */
+PXIMAGE_API uint32_t pxImageConstruct(int32_t type, int32_t width, int32_t height, int32_t border,
+                                      int32_t planes, tag_pxImage **image);
+
+/* Frees the pixel maps and, when refCount is 0, the record (then *image becomes null). A referenced record
+ * keeps its header for the other holders and logs "Destruct referenced image". Null is fine. Always 1. */
+PXIMAGE_API uint32_t pxImageDestruct(tag_pxImage **image);
+
+/* Atomically adds one reference. O(1). */
+PXIMAGE_API void pxImageAddRef(tag_pxImage *image);
+
+/* Atomically removes one reference and returns the new count (may go below 0). Frees nothing. O(1). */
+PXIMAGE_API int32_t pxImageReleaseRef(tag_pxImage *image);
+
+/* Allocates a zero-filled record with no size and no planes, to be filled by later functions. O(1). */
+PXIMAGE_API uint32_t pxImageCreateEmpty(tag_pxImage **image);
+
+/* Stores the bytes per pixel of a type (0 for type 0) in *size. O(1). */
+PXIMAGE_API uint32_t pxImagePixelSize(int32_t type, uint32_t *size);
+
+/* Writes the region of interest as x, y, width, height. O(1). Always 1. */
+PXIMAGE_API uint32_t pxImageGetROI(const tag_pxImage *image, int32_t roi[4]);
+
+/* Sets the region of interest from x, y, width, height after checking it against the image (the row test
+ * compares x with the height, as it always has). O(1). The record is unchanged on failure. */
+PXIMAGE_API uint32_t pxImageSetROI(tag_pxImage *image, const int32_t roi[4]);
+
+/* Fills the image proper of plane 0 with *value, read with the image's pixel type. O(pixels). Returns 1
+ * also for a type it cannot fill (CBIT, CSHORT, SHORT12), which it reports as an error and leaves alone. */
+PXIMAGE_API uint32_t pxImageSetValue(tag_pxImage *image, const void *value);
+
+/* Allocates a record with default metadata and no pixel maps (`planes` set). O(1). */
+PXIMAGE_API uint32_t pxImageHeaderConstruct(int32_t type, int32_t width, int32_t height, int32_t border,
+                                            int32_t planes, tag_pxImage **image);
+
+/* Builds a new image with the source's size, planes and metadata, type newType (0: the source's) and
+ * border newBorder, and zero-filled pixel maps (pixels are not copied). Metadata travels through the
+ * 16-bit file form: ROI and orig fields as unsigned 16-bit, auxShort as signed 16-bit. O(pixels). */
+PXIMAGE_API uint32_t pxImageHeaderConvertCopy(const tag_pxImage *source, int32_t newType, int32_t newBorder,
+                                              tag_pxImage **image);
+
+/* Frees the record when refCount is 0 (then *image becomes null); never touches pixel maps. Always 1. */
+PXIMAGE_API uint32_t pxImageHeaderDestruct(tag_pxImage **image);
+
+/* Builds one zero-filled pixel map. O(pixels). *map receives it, or null on failure. */
+PXIMAGE_API uint32_t pxImagePixMapConstruct(int32_t type, int32_t width, int32_t height, int32_t border,
+                                            pxImagePixMap *map);
+
+/* Frees a pixel map built with this type and border and sets *map to null. Null is fine. O(1). */
+PXIMAGE_API uint32_t pxImagePixMapDestruct(pxImagePixMap *map, int32_t type, int32_t border);
+
+/* Applies the region of interest: mode 0 nothing, 1 zeroes everything outside it (border untouched),
+ * 2 cuts every plane to it (new size and origin, border 0). O(pixels). Mode above 2 fails. */
+PXIMAGE_API uint32_t pxImageCutByROI(tag_pxImage *image, uint32_t mode);
+
+/* ==== Pixel conversion ==================================================================================== */
+
+/* Converts width x height pixels (plus the smaller of the two margins) of a pixel map into an existing
+ * target map of dstType (0: srcType). With transform set, SHORT<->FLOAT rescales 0..65535 to about 0..255
+ * and back. A same-type copy moves `width` pixels per row starting at the left margin. O(pixels). Rows
+ * written before a failure stay written. */
+PXIMAGE_API uint32_t pxImagePixMapConvertCopy(pxImagePixMap source, int32_t width, int32_t height,
+                                              int32_t srcType, int32_t srcBorder, int32_t dstBorder,
+                                              int32_t transform, int32_t dstType, pxImagePixMap *target);
+
+/* Copies an image into a new record of type newType (0: same) and border newBorder (-1: same), with the
+ * SHORT<->FLOAT transform when asked. O(pixels). *image receives the copy, or stays null on failure. */
+PXIMAGE_API uint32_t pxImageConvertWithTransformCopy(const tag_pxImage *source, int32_t newType,
+                                                     int32_t newBorder, int32_t transform,
+                                                     tag_pxImage **image);
+
+/* pxImageConvertWithTransformCopy without the transform. */
+PXIMAGE_API uint32_t pxImageConvertCopy(const tag_pxImage *source, int32_t newType, int32_t newBorder,
+                                        tag_pxImage **image);
+
+/* Points a byte image at plane 0 of a (UBYTE) image: row table, width, height. Copies and checks nothing.
+ * O(1). Always 1. */
+PXIMAGE_API uint32_t pxImage2bimage(const tag_pxImage *image, BIMAGE *byteImage);
+
+/* Points a float image at plane 0 of a (FLOAT) image; same as pxImage2bimage. O(1). Always 1. */
+PXIMAGE_API uint32_t pxImage2fimage(const tag_pxImage *image, FIMAGE *floatImage);
+
+/* Builds a UBYTE record (border Image_border, one plane) that shares the byte image's pixels and does not
+ * own them. O(1). Always 1. */
+PXIMAGE_API uint32_t pxImageBimage2pxImage(const BIMAGE *byteImage, tag_pxImage **image);
+
+/* Builds a FLOAT record (border Image_border, one plane) that shares the float image's pixels and does not
+ * own them. O(1). */
+PXIMAGE_API uint32_t pxImageFimage2pxImage(const FIMAGE *floatImage, tag_pxImage **image);
+
+/* ==== Image files ========================================================================================= */
+
+/* ==== Neighbourhood filters =============================================================================== */
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif /* PXIMAGE_H */

@@ -1,0 +1,55 @@
+/* img_4_px: the float and byte image library that pxImage hands images to without copying.
+ *
+ * An image is a row table (one pointer per row), then the width and the height. Images allocated here have
+ * a margin of Image_border pixels on every side: row -Image_border and column -Image_border are valid.
+ */
+#ifndef IMG_4_PX_H
+#define IMG_4_PX_H
+
+#include <stdint.h>
+
+#if defined(_WIN32)
+#define IMG4PX_API __declspec(dllexport)
+#else
+#define IMG4PX_API __attribute__((visibility("default")))
+#endif
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* A float image: rows of 32-bit floats. */
+typedef struct FIMAGE {
+    float **image;
+    int32_t width;
+    int32_t height;
+} FIMAGE;
+
+/* A byte image: rows of unsigned 8-bit pixels, same layout as FIMAGE. */
+typedef struct BIMAGE {
+    uint8_t **image;
+    int32_t width;
+    int32_t height;
+} BIMAGE;
+
+/* Margin in pixels of the images this library allocates. Default 8; a caller may change it before
+ * allocating. */
+IMG4PX_API extern int Image_border;
+
+/* Allocates a zero-filled image of width x height pixels of pixelSize bytes (4 for FIMAGE, 1 for BIMAGE)
+ * with a margin of border pixels. O(size). Returns the image (cast a 1-byte image to BIMAGE *), or null on
+ * bad arguments or when memory runs out. */
+IMG4PX_API FIMAGE *alloc_image(int32_t width, int32_t height, int32_t pixelSize, int32_t border);
+
+/* Frees an image from alloc_image (null is fine). */
+IMG4PX_API void free_image(FIMAGE *image);
+
+/* Copies the pixels of source into destination (same width and height, margins not copied).
+ * O(width x height). Returns 1, or 0 when the sizes differ or a row table is missing. */
+IMG4PX_API int fcopy_img(FIMAGE source, FIMAGE destination);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif /* IMG_4_PX_H */

@@ -1,0 +1,107 @@
+/* pxEnv: the environment library that pxImage calls for logging, settings, memory, files and byte order.
+ *
+ * This header is the whole contract between pxImage and its environment. The project ships a default
+ * implementation (library pxEnv); an integrator may link the system's own library instead, as long as it
+ * keeps the promises written here (see docs/platform.md). Everything in the C section is callable from C99.
+ */
+#ifndef PXENV_H
+#define PXENV_H
+
+#include <stddef.h>
+#include <stdint.h>
+#include <stdio.h>
+
+#if defined(_WIN32)
+#define PXENV_API __declspec(dllexport)
+#else
+#define PXENV_API __attribute__((visibility("default")))
+#endif
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* Boolean of the environment library: 0 is false, anything else true. */
+typedef int pxBool;
+
+/* ---- Logging ------------------------------------------------------------------------------------------
+ * Levels: 1 trace, 2 debug, 3 info, 4 warning, 5 error. Every record goes to one sink; the default sink
+ * prints one line to stderr when the level is at or above PXENV_LOG_LEVEL (environment, default 4). */
+
+/* Which function produced a record. */
+enum pxEnvLogKind { PXENV_LOG_F = 0, PXENV_LOG_I = 1, PXENV_LOG_ERROR = 2 };
+
+/* Receives every record: kind, level, source line, module, build date, code (0 for writeLogF) and the
+ * formatted text (empty for a trace). The strings are valid only during the call. */
+typedef void (*pxEnvLogSink)(void *user, int kind, int level, int line, const char *module, const char *date,
+                             uint32_t code, const char *text);
+
+/* Replaces the sink; a null sink restores the default stderr sink. O(1). Not thread-safe against logging. */
+PXENV_API void pxEnvSetLogSink(pxEnvLogSink sink, void *user);
+
+/* Logs a message at a level; a null format is a trace (empty text). printf-style. No result. */
+PXENV_API void writeLogF(int level, int line, const char *module, const char *date, const char *format, ...);
+
+/* Logs a message with an error code; printf-style format (null gives an empty text). No result. */
+PXENV_API void writeLogI(int level, int line, const char *module, const char *date, uint32_t code,
+                         const char *format, ...);
+
+/* Reports an error by code: the arguments are formatted with the environment's own format for that code
+ * (pxEnvErrorFormat), so the record always carries readable text. No result. */
+PXENV_API void sendError(int level, int line, const char *module, const char *date, uint32_t code, ...);
+
+/* The printf format that sendError uses for a code; a generic text for an unknown code. Never null. */
+PXENV_API const char *pxEnvErrorFormat(uint32_t code);
+
+/* ---- Named parameters ----------------------------------------------------------------------------------
+ * Read from an in-process store. On first use the store loads the `key = value` file named by the
+ * environment variable PXENV_PARAM_FILE ('#' starts a comment). Each getter writes the value (or the
+ * default when the key is absent or does not parse) into out and returns 1 when the key was present and
+ * parsed, 0 otherwise. O(log n) per call. */
+PXENV_API int pxEnvGetParam2int(const char *key, int defaultValue, int *out);
+PXENV_API int pxEnvGetParam2float(const char *key, float defaultValue, float *out);
+PXENV_API int pxEnvGetParam2double(const char *key, double defaultValue, double *out);
+/* Accepts 1/0, true/false, yes/no, on/off (any case). */
+PXENV_API int pxEnvGetParam2pxBool(const char *key, pxBool defaultValue, pxBool *out);
+
+/* Sets one key in the store (the value as text). Returns 1, or 0 on a null key or value. */
+PXENV_API int pxEnvSetParam(const char *key, const char *value);
+/* Removes every key, and stops the parameter file from being loaded later. */
+PXENV_API void pxEnvClearParams(void);
+/* Loads `key = value` lines from a file into the store (later lines win). Returns 1, or 0 if unreadable. */
+PXENV_API int pxEnvLoadParamFile(const char *path);
+
+/* ---- Memory ----------------------------------------------------------------------------------------------
+ * Each allocator takes the address of the pointer to fill; on failure it stores null and returns 0, on
+ * success it returns 1. A request of 0 bytes allocates a minimal block. */
+PXENV_API int pxMallocInitZero(void **pointer, size_t size);
+PXENV_API int pxMallocNoInit(void **pointer, size_t size);
+/* Frees *pointer (null is fine) and sets it to null. Returns 1. */
+PXENV_API int pxMallocFree(void **pointer);
+
+/* Test hook: the n-th allocation from now (1 = the next one) fails; 0 disarms. */
+PXENV_API void pxEnvFailAllocationAfter(long n);
+/* Number of blocks allocated through this library and not yet freed. */
+PXENV_API long pxEnvLiveAllocations(void);
+
+/* ---- Files and byte order -------------------------------------------------------------------------------
+ * Paths are 16-bit character strings (UTF-16, null-terminated), converted to UTF-8; '\\' is taken as a
+ * path separator on every host. */
+PXENV_API FILE *pxFileOpen(const uint16_t *path, const char *mode);
+/* Closes a file; returns 1, or 0 when closing failed (errno set). A null file is 1. */
+PXENV_API int pxFileClose(FILE *file);
+
+/* The file byte order is little-endian on every host. Each reader and writer returns 1 on success and 0
+ * when fewer bytes moved (errno kept from the C runtime). */
+PXENV_API int pxEnvReadShort(FILE *file, uint16_t *value);
+PXENV_API int pxEnvReadInt(FILE *file, int32_t *value);
+PXENV_API int pxEnvWriteShort(FILE *file, uint16_t value);
+PXENV_API int pxEnvWriteInt(FILE *file, int32_t value);
+/* Converts count elements of size bytes in place between host and file order; its own inverse. */
+PXENV_API void pxEnvFlip(void *buffer, size_t count, size_t size);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif /* PXENV_H */
