@@ -176,7 +176,55 @@ PXIMAGE_API uint32_t pxImageFimage2pxImage(const FIMAGE *floatImage, tag_pxImage
 
 /* ---- Header block -------------------------------------------------------------------------------------- */
 
+/* Reads one 512-byte header block (any of the versions "img1".."im13"; an unknown tag is read as "im13") from
+ * the current position of a file opened in binary mode and builds a new image header (no pixel maps) with
+ * pixel type `type` (0: the stored type) and border `border` (0..999). Sets *header to null first. O(1):
+ * reads 512 bytes. On success *header receives the header, *origType the stored type code and the file
+ * stands at the first byte of the pixel data; on failure *header stays null. */
+PXIMAGE_API uint32_t pxImageHeaderRead(FILE *file, int32_t type, int32_t border, tag_pxImage **header,
+                                       int32_t *origType);
+
 /* ---- Reading and writing -------------------------------------------------------------------------------- */
+
+/* Reads a whole image file (header block, then every plane) into a new record of pixel type `type` (0: the
+ * stored type; CBIT files read as UBYTE, CSHORT and SHORT12 files as SHORT) and border `border` (0..999).
+ * The file name is a null-terminated 16-bit string. Sets *image to null first. O(pixels). *image receives
+ * the record; on failure it stays null and nothing read is kept. A file with bytes after its last plane
+ * fails. */
+PXIMAGE_API uint32_t pxImageRead(const uint16_t *fileName, int32_t type, int32_t border, tag_pxImage **image);
+
+/* As pxImageRead, but a record already held in *image is reused for the new header (its refCount kept; its
+ * pixel maps must have been destroyed by the caller); a null *image gets a new record. O(pixels). On
+ * failure a reused record is left unchanged when the file or its header block could not be read, and is
+ * destroyed with pxImageDestruct (freed and nulled when unreferenced) once its header was rebuilt. */
+PXIMAGE_API uint32_t pxImageReadToImage(const uint16_t *fileName, int32_t type, int32_t border,
+                                        tag_pxImage **image);
+
+/* Reads an image file with a region-of-interest mode: 0 the whole image; 1 a record of full size in which
+ * only the region of interest stored in the file is read (the rest stays zero); 2 only that region, into a
+ * record of its size (origX/origY moved by the region's corner, ROI = whole record). A mode above 2 fails
+ * without opening the file. Sets *image to null first. O(pixels read). *image receives the record. */
+PXIMAGE_API uint32_t pxImageReadWithROI(const uint16_t *fileName, int32_t type, int32_t border, int32_t roiMode,
+                                        tag_pxImage **image);
+
+/* As pxImageReadWithROI; with `transform` set and FLOAT requested from a SHORT, CSHORT or SHORT12 file, the
+ * file is read as SHORT and rescaled from 0..65535 to about 0..255 by the conversion engine. O(pixels read).
+ * *image receives the record, or stays null on failure. */
+PXIMAGE_API uint32_t pxImageReadWithROIandTransform(const uint16_t *fileName, int32_t type, int32_t border,
+                                                    int32_t roiMode, int32_t transform, tag_pxImage **image);
+
+/* Writes an image to a file: the "im13" header block, then every plane in type `type` (0: the image's type;
+ * CBIT only from UBYTE, CSHORT and SHORT12 only from SHORT, and those three only without a border). Writing
+ * CBIT, CSHORT or SHORT12 changes the image's pixels in place (CSHORT: protected pixels get bit 0 set, run
+ * starts lose their two low bits); write a copy when the exact pixels are needed afterwards. Inconsistent
+ * ROI/orig values are logged as warnings and corrected in the file only. O(pixels). Result 1 or 0; a
+ * failed write leaves a partial file on disk. */
+PXIMAGE_API uint32_t pxImageWrite(const uint16_t *fileName, int32_t type, tag_pxImage *image);
+
+/* As pxImageWrite; with `transform` set, a FLOAT image written as SHORT is first rescaled from about 0..255
+ * to 0..65535 by the conversion engine (into a temporary copy). O(pixels). Result 1 or 0. */
+PXIMAGE_API uint32_t pxImageWriteWithTransform(const uint16_t *fileName, int32_t type, int32_t transform,
+                                               tag_pxImage *image);
 
 /* ==== Neighbourhood filters =============================================================================== */
 
