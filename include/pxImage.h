@@ -234,7 +234,39 @@ PXIMAGE_API uint32_t pxImageWriteWithTransform(const uint16_t *fileName, int32_t
 
 /* ---- Statistics ------------------------------------------------------------------------------------------ */
 
+/* Pixel count, mean and standard deviation of the rectangle between two corner points (x, y) of plane 0,
+ * columns trunc(min x) .. trunc(max x) - 1 and rows likewise; the image's own region of interest is not
+ * used. UBYTE and SHORT pixels count as signed 8- and 16-bit numbers; UBYTE, SHORT and INT are summed in
+ * wrapping 32-bit integers, FLOAT and DOUBLE in double. With bins != 0 only pixels in [*minimum, *maximum]
+ * enter the sums; with bins > 0 and both bounds 0.0 the range is found first, starting from pixel (0, 0).
+ * With bins >= 1 every region pixel adds 1 to histogram[floor((value - min) / ((max - min) / bins))]: the
+ * histogram is not cleared and needs bins + 1 counters (the maximum lands at index bins). The mean and the
+ * deviation divide by the full region count. O(region pixels). *count is always stored once the checks
+ * pass; 0 for an empty region (then the result is 0 and *mean is left alone). */
+PXIMAGE_API uint32_t pxImageGetAvaragePixValue(const tag_pxImage *image, const double corner1[2],
+                                               const double corner2[2], int32_t bins, uint32_t *histogram,
+                                               double *minimum, double *maximum, int32_t *count, double *mean,
+                                               double *stdDev);
+
+/* pxImageGetAvaragePixValue for the vector length sqrt(fx^2 + fy^2) of a two-image vector field (x and y
+ * components). The components are refused only when width, height and type all differ; the type and size
+ * of the x component rule (a y component of another type is read by its own type and the length formed in
+ * double; the region must lie inside both images). Sums are kept in double. O(region pixels). For an empty
+ * region *mean receives sum / 0 before the result 0. */
+PXIMAGE_API uint32_t pxImageGetAvarageFlowNorm(const tag_pxImage *flowX, const tag_pxImage *flowY,
+                                               const double corner1[2], const double corner2[2], int32_t bins,
+                                               uint32_t *histogram, double *minimum, double *maximum,
+                                               int32_t *count, double *mean, double *stdDev);
+
 /* ---- Reflection (module pxImageReflect) ------------------------------------------------------------------ */
+
+/* Fills n pixels of the border frame on every side of a FLOAT image (plane 0) from its own pixels, rows
+ * first, then whole border rows including the corners. Modes: 1 mirror without repeating the edge, 2 wrap
+ * with a shared edge (also averages the first and last pixel of every row, and of rows 0 and h-1 at column
+ * w+n), 3 replicate, 4 point mirror (2*edge - mirrored), 5 zero, 6 plain wrap. Indices are clamped to the
+ * image, so images narrower than n repeat pixels. n < 1 fills nothing. Refuses other types, n > border and
+ * other modes, changing nothing. O(n * (width + height)). */
+PXIMAGE_API uint32_t pxImageReflect(tag_pxImage *image, int32_t n, int32_t mode);
 
 #ifdef __cplusplus
 }
