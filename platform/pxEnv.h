@@ -36,7 +36,9 @@ enum pxEnvLogKind { PXENV_LOG_F = 0, PXENV_LOG_I = 1, PXENV_LOG_ERROR = 2 };
 typedef void (*pxEnvLogSink)(void *user, int kind, int level, int line, const char *module, const char *date,
                              uint32_t code, const char *text);
 
-/* Replaces the sink; a null sink restores the default stderr sink. O(1). Not thread-safe against logging. */
+/* Replaces the sink; a null sink restores the default stderr sink. O(1). Records are handed to the sink one
+ * at a time under a lock, so the sink needs no lock of its own; a replacement waits for a record being
+ * emitted. A sink may itself log (the lock is recursive). */
 PXENV_API void pxEnvSetLogSink(pxEnvLogSink sink, void *user);
 
 /* Logs a message at a level; a null format is a trace (empty text). printf-style. No result. */
@@ -56,8 +58,10 @@ PXENV_API const char *pxEnvErrorFormat(uint32_t code);
 /* ---- Named parameters ----------------------------------------------------------------------------------
  * Read from an in-process store. On first use the store loads the `key = value` file named by the
  * environment variable PXENV_PARAM_FILE ('#' starts a comment). Each getter writes the value (or the
- * default when the key is absent or does not parse) into out and returns 1 when the key was present and
- * parsed, 0 otherwise. O(log n) per call. */
+ * default when the key is absent or does not parse) into out. It returns 1 when the key is absent (the
+ * default is the setting) or present and parsed in full, and 0 when the key is present but its text does
+ * not parse (e.g. "12abc" for an int), or key or out is null: a failed read is a configuration error, an
+ * unset key is not. Numbers are read in the "C" notation whatever the locale. O(log n) per call. */
 PXENV_API int pxEnvGetParam2int(const char *key, int defaultValue, int *out);
 PXENV_API int pxEnvGetParam2float(const char *key, float defaultValue, float *out);
 PXENV_API int pxEnvGetParam2double(const char *key, double defaultValue, double *out);
