@@ -230,7 +230,94 @@ PXIMAGE_API uint32_t pxImageWriteWithTransform(const uint16_t *fileName, int32_t
 
 /* ---- Box filters (module pxImageBoxFilter) -------------------------------------------------------------- */
 
+/* Window parameter n of this family: the half-width is n / 2 (truncating) and the window spans n / 2 pixels
+ * on each side of its centre, that is n pixels for odd n (callers pass odd n). Sums are kept in the pixel
+ * type itself: UBYTE sums wrap modulo 256, SHORT sums modulo 65536, FLOAT and DOUBLE sums are single running
+ * sums with their rounding drift. Sums, averages and normalisation work on plane 0 inside the regions of
+ * interest; source and destination regions must have the same size but may lie at different places. Every
+ * destination is constructed by the caller. Failures are traced (no message). */
+
+/* Horizontal windowed sums: each destination pixel of the region receives the sum of the source pixels of
+ * its row inside a centred window clipped to the region. Accepts UBYTE, SHORT, FLOAT and DOUBLE; any other
+ * type returns 1 without writing. Fails when the source region is narrower than n, when the two regions
+ * differ in size, or for n <= -2. With an even n equal to the region width one pixel right of the region
+ * is read. O(1) per pixel for every window (running sum). */
+PXIMAGE_API uint32_t pxImageBlockSumX(const tag_pxImage *source, int32_t n, tag_pxImage *destination);
+
+/* Vertical windowed sums, as pxImageBlockSumX with rows and columns exchanged (fails when the source
+ * region is lower than n). The destination rows serve as the running sums. O(1) per pixel. */
+PXIMAGE_API uint32_t pxImageBlockSumY(const tag_pxImage *source, int32_t n, tag_pxImage *destination);
+
+/* Two-dimensional box sums: pxImageBlockSumX into a scratch image, then pxImageBlockSumY into the
+ * destination; pixels outside the destination region are untouched. Source and destination must have the
+ * same type, one of UBYTE, SHORT, FLOAT, DOUBLE. The results of the two passes are not examined (a region
+ * narrower than n leaves sums of a zeroed scratch image). O(1) per pixel; allocates one scratch image. */
+PXIMAGE_API uint32_t pxImageBoxSums(const tag_pxImage *source, int32_t n, tag_pxImage *destination);
+
+/* Divides FLOAT box sums in place by the number of region pixels each window covered, as a multiplication
+ * by the single-precision reciprocal. For even n the divisors are built on n and the corners on half - 1
+ * steps, as this filter has always done. Other types fail. O(pixels of the region). */
+PXIMAGE_API uint32_t pxImageBoxNormalize(tag_pxImage *image, int32_t n);
+
+/* Box average: pxImageBoxSums, then pxImageBoxNormalize on the destination, whose result is ignored: for a
+ * type other than FLOAT the call returns 1 and leaves the raw sums. Fails only when the sums fail. O(1) per
+ * pixel; allocates one scratch image. */
+PXIMAGE_API uint32_t pxImageBoxAverage(const tag_pxImage *source, int32_t n, tag_pxImage *destination);
+
+/* Windowed minimum of FLOAT images over the whole image (the region of interest is ignored), the window
+ * clipped to the destination's width and height. Starts from +3.4028235e38 and takes a pixel only when it
+ * is strictly smaller, so NaN is never taken and an all-NaN window gives +3.4028235e38. Fails for n < 1,
+ * types that differ or are not FLOAT, or a source smaller than the destination. Separable search: O(n) per
+ * pixel, same bits as the direct search of every window. */
+PXIMAGE_API uint32_t pxImageBoxMin(const tag_pxImage *source, int32_t n, tag_pxImage *destination);
+
+/* Windowed maximum, as pxImageBoxMin: starts from -3.4028235e38 and takes strictly greater pixels. */
+PXIMAGE_API uint32_t pxImageBoxMax(const tag_pxImage *source, int32_t n, tag_pxImage *destination);
+
+/* Windowed minimum into `minimum` and maximum - minimum into `range` (SHORT: 16-bit, starting from 65535
+ * and 0; FLOAT: single precision, starting from +-3.4028235e38 with strict compares, so an all-NaN window
+ * gives a range of -infinity). Bounds are the minimum image's width and height. Fails for n < 1, types
+ * that differ or are neither SHORT nor FLOAT, or images smaller than the minimum image. O(n) per pixel. */
+PXIMAGE_API uint32_t pxImageBoxMinAndRange(const tag_pxImage *source, int32_t n, tag_pxImage *minimum,
+                                           tag_pxImage *range);
+
 /* ---- Thresholds, morphology, negation and combination ---------------------------------------------------- */
+
+/* Sets every pixel of plane 0 (whole image, region ignored) to 1 when it is at or above the threshold and
+ * to 0 otherwise. The threshold is converted to the pixel type: UBYTE keeps the low 8 bits of the truncated
+ * value (256.0 becomes 0); SHORT keeps the low 16 bits and compares as signed 16-bit numbers, so pixels of
+ * 32768 and more count as negative; FLOAT compares in single, DOUBLE in double precision (NaN becomes 0).
+ * Other types fail. O(pixels). */
+PXIMAGE_API uint32_t pxImageThresh2Binary(tag_pxImage *image, double threshold);
+
+/* Sets every pixel of plane 0 below the threshold to 0 and keeps the others (NaN is kept); the threshold
+ * is converted and compared as in pxImageThresh2Binary. Other types fail. O(pixels). */
+PXIMAGE_API uint32_t pxImageThreshUpper(tag_pxImage *image, double threshold);
+
+/* Binary dilation of a 0/1 UBYTE image with a (2 radius + 1) square clipped to the region of interest:
+ * box sums, then threshold 1. Radius below 1 copies plane 0 by the pixel-map conversion copy with each
+ * image's border; radius above 7 fails (the byte sums would wrap). Both images UBYTE and of equal size.
+ * O(pixels) for every radius; allocates one scratch image. */
+PXIMAGE_API uint32_t pxImageDilate(const tag_pxImage *source, int32_t radius, tag_pxImage *destination);
+
+/* Binary erosion, as pxImageDilate with threshold (2 radius + 1)^2: a pixel stays set only when its whole
+ * window lies inside the region and is set, so a band of `radius` pixels along the region's edges is
+ * cleared. */
+PXIMAGE_API uint32_t pxImageErode(const tag_pxImage *source, int32_t radius, tag_pxImage *destination);
+
+/* Replaces every byte of plane 0 (width bytes by height rows) by its complement 255 - value, whatever the
+ * pixel type. O(pixels). Always 1. */
+PXIMAGE_API uint32_t pxImageOperationsNegate(tag_pxImage *image);
+
+/* Replaces every 32-bit float of plane 0 by 255.0f - value, whatever the pixel type. O(pixels). Always 1. */
+PXIMAGE_API uint32_t pxImageOperationsNegateFloat(tag_pxImage *image);
+
+/* Weighted sum of two UBYTE images over rows 0..height-1 and columns 0..width-1: the output byte is the low
+ * 8 bits of firstWeight * a + secondWeight * b (double precision) truncated toward zero, so results wrap
+ * (300 gives 44, -1 gives 255). A height or width below 1 returns 1 at once. Refuses (0) an image that is
+ * missing, not UBYTE or smaller than width x height. O(pixels). */
+PXIMAGE_API uint32_t pxImageCombine(const tag_pxImage *first, const tag_pxImage *second, double firstWeight,
+                                    double secondWeight, int32_t width, int32_t height, tag_pxImage *output);
 
 /* ---- Statistics ------------------------------------------------------------------------------------------ */
 
