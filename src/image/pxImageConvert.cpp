@@ -43,8 +43,8 @@ int convertKind(int32_t srcType, int32_t dstType) {
 // Rounds half away from zero and truncates to int32; a result outside the int32 range, and NaN, give
 // INT32_MIN (what the processor's truncating conversion yields). Branch-free so that loops vectorise.
 inline int32_t roundToInt32(double value) {
-    const double shifted = value > 0.0 ? value + 0.5 : value - 0.5;
-    const bool inRange = shifted > -2147483649.0 && shifted < 2147483648.0;
+    const double shifted = value + (value > 0.0 ? 0.5 : -0.5);
+    const bool inRange = (shifted > -2147483649.0) & (shifted < 2147483648.0);
     return static_cast<int32_t>(inRange ? shifted : -2147483648.0);
 }
 

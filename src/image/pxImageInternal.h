@@ -17,8 +17,9 @@ uint32_t pxImageHeaderInit(int32_t type, int32_t width, int32_t height, int32_t 
                            tag_pxImage **image);
 
 // Row converter: converts count pixels from src (srcType) to dst (dstType) by the conversion kind of the
-// two types. Both types must be 0..8 (not range-checked). Returns 0 with "Invalid ConvertKind" when the
-// pair has no conversion.
+// two types, one tight loop per kind (a block copy for the same type); the rows must not overlap unless
+// they are the same row of the same type. O(count). Returns 0 with "Invalid ConvertKind" when the pair has
+// no conversion (a type outside 0..8 counts as such).
 uint32_t pxImageConvertRow(const void *src, uint32_t count, int32_t srcType, int32_t dstType, void *dst);
 
 // Plain per-pixel reference of the row converter, one pixel at a time; the tests prove the fast kernels
@@ -26,6 +27,7 @@ uint32_t pxImageConvertRow(const void *src, uint32_t count, int32_t srcType, int
 uint32_t pxImageConvertRowReference(const void *src, uint32_t count, int32_t srcType, int32_t dstType,
                                     void *dst);
 
-// The scaled SHORT<->FLOAT conversion of one row; scratch holds count floats (FLOAT -> SHORT only).
+// The scaled SHORT<->FLOAT conversion of one row: SHORT -> FLOAT multiplies by 1/F, FLOAT -> SHORT multiplies
+// by F into scratch (count floats) and then rounds and clamps; F = 256.98823529411766 as a float. O(count).
 void pxImageConvertRowShortToFloatScaled(const uint16_t *src, uint32_t count, float *dst);
 void pxImageConvertRowFloatToShortScaled(const float *src, uint32_t count, float *scratch, uint16_t *dst);
