@@ -32,16 +32,19 @@ typedef struct BIMAGE {
     int32_t height;
 } BIMAGE;
 
-/* Margin in pixels of the images this library allocates. Default 8; a caller may change it before
- * allocating. */
+/* Margin in pixels that callers pass to alloc_image for this library's images. Default 8; a caller may
+ * change it before allocating (images already allocated keep their margin). */
 IMG4PX_API extern int Image_border;
 
 /* Allocates a zero-filled image of width x height pixels of pixelSize bytes (4 for FIMAGE, 1 for BIMAGE)
- * with a margin of border pixels. O(size). Returns the image (cast a 1-byte image to BIMAGE *), or null on
- * bad arguments or when memory runs out. */
+ * with a margin of border pixels, as one block from pxEnv's allocator: image[y][x] is valid for y in
+ * [-border, height+border) and x in [-border, width+border), rows lie back to back at a stride of
+ * width + 2 x border pixels. O(size). Returns the image (cast a 1-byte image to BIMAGE *), or null when
+ * memory runs out, or on bad arguments (width or height below 1, pixelSize outside 1..16, border below 0,
+ * sizes that overflow; logged with code 0xC43D0003). */
 IMG4PX_API FIMAGE *alloc_image(int32_t width, int32_t height, int32_t pixelSize, int32_t border);
 
-/* Frees an image from alloc_image (null is fine). */
+/* Frees an image from alloc_image (null is fine). O(1). Anything else is refused with a logged error. */
 IMG4PX_API void free_image(FIMAGE *image);
 
 /* Copies the pixels of source into destination (same width and height, margins not copied).

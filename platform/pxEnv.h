@@ -49,10 +49,13 @@ PXENV_API void writeLogI(int level, int line, const char *module, const char *da
                          const char *format, ...);
 
 /* Reports an error by code: the arguments are formatted with the environment's own format for that code
- * (pxEnvErrorFormat), so the record always carries readable text. No result. */
+ * (pxEnvErrorFormat), so the record always carries readable text. The argument types per code are listed
+ * in docs/platform.md; a null text argument prints as "(null)". No result. */
 PXENV_API void sendError(int level, int line, const char *module, const char *date, uint32_t code, ...);
 
-/* The printf format that sendError uses for a code; a generic text for an unknown code. Never null. */
+/* The printf format that sendError uses for a code. For a code outside the catalogue it is a generic format
+ * whose one argument is the code itself (sendError prints the code, not its own arguments). Never null.
+ * O(number of codes). */
 PXENV_API const char *pxEnvErrorFormat(uint32_t code);
 
 /* ---- Named parameters ----------------------------------------------------------------------------------
@@ -68,11 +71,12 @@ PXENV_API int pxEnvGetParam2double(const char *key, double defaultValue, double 
 /* Accepts 1/0, true/false, yes/no, on/off (any case). */
 PXENV_API int pxEnvGetParam2pxBool(const char *key, pxBool defaultValue, pxBool *out);
 
-/* Sets one key in the store (the value as text). Returns 1, or 0 on a null key or value. */
+/* Sets one key in the store (the value as text). O(log n). Returns 1, or 0 on a null key or value. */
 PXENV_API int pxEnvSetParam(const char *key, const char *value);
-/* Removes every key, and stops the parameter file from being loaded later. */
+/* Removes every key, and stops the parameter file from being loaded later. O(n). */
 PXENV_API void pxEnvClearParams(void);
-/* Loads `key = value` lines from a file into the store (later lines win). Returns 1, or 0 if unreadable. */
+/* Loads `key = value` lines from a file into the store (later lines win; key and value trimmed; lines
+ * without '=' or with an empty key ignored). O(file size). Returns 1, or 0 if unreadable or path is null. */
 PXENV_API int pxEnvLoadParamFile(const char *path);
 
 /* ---- Memory ----------------------------------------------------------------------------------------------
@@ -80,28 +84,33 @@ PXENV_API int pxEnvLoadParamFile(const char *path);
  * success it returns 1. A request of 0 bytes allocates a minimal block. */
 PXENV_API int pxMallocInitZero(void **pointer, size_t size);
 PXENV_API int pxMallocNoInit(void **pointer, size_t size);
-/* Frees *pointer (null is fine) and sets it to null. Returns 1. */
+/* Frees *pointer (null is fine) and sets it to null. O(1). Returns 1. */
 PXENV_API int pxMallocFree(void **pointer);
 
-/* Test hook: the n-th allocation from now (1 = the next one) fails; 0 disarms. */
+/* Test hook: the n-th allocation from now (1 = the next one) fails, once; 0 (or a negative n) disarms.
+ * Counts across all threads. O(1). */
 PXENV_API void pxEnvFailAllocationAfter(long n);
-/* Number of blocks allocated through this library and not yet freed. */
+/* Number of blocks allocated through this library and not yet freed (atomic). O(1). */
 PXENV_API long pxEnvLiveAllocations(void);
 
 /* ---- Files and byte order -------------------------------------------------------------------------------
  * Paths are 16-bit character strings (UTF-16, null-terminated), converted to UTF-8; '\\' is taken as a
  * path separator on every host. */
+/* Opens a file with fopen's mode. O(path length). Returns the file, or null with errno set (EINVAL for a
+ * null path or mode or an unpaired surrogate in the path; fopen's errno otherwise). */
 PXENV_API FILE *pxFileOpen(const uint16_t *path, const char *mode);
 /* Closes a file; returns 1, or 0 when closing failed (errno set). A null file is 1. */
 PXENV_API int pxFileClose(FILE *file);
 
-/* The file byte order is little-endian on every host. Each reader and writer returns 1 on success and 0
- * when fewer bytes moved (errno kept from the C runtime). */
+/* The file byte order is little-endian on every host. Each reader and writer moves 2 or 4 bytes, O(1), and
+ * returns 1 on success and 0 when fewer bytes moved (errno kept from the C runtime; EINVAL for a null file
+ * or value); a failed read leaves *value unchanged. */
 PXENV_API int pxEnvReadShort(FILE *file, uint16_t *value);
 PXENV_API int pxEnvReadInt(FILE *file, int32_t *value);
 PXENV_API int pxEnvWriteShort(FILE *file, uint16_t value);
 PXENV_API int pxEnvWriteInt(FILE *file, int32_t value);
-/* Converts count elements of size bytes in place between host and file order; its own inverse. */
+/* Converts count elements of size bytes in place between host and file order; its own inverse. Swaps the
+ * bytes of each element on a big-endian host only (nothing to do on a little-endian one). O(count x size). */
 PXENV_API void pxEnvFlip(void *buffer, size_t count, size_t size);
 
 #ifdef __cplusplus
