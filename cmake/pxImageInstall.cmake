@@ -11,6 +11,8 @@ install(FILES ${PXIMAGE_PUBLIC_HEADERS}
   ${PROJECT_SOURCE_DIR}/platform/pxEnv.h
   ${PROJECT_SOURCE_DIR}/platform/pxMath.h
   ${PROJECT_SOURCE_DIR}/platform/img_4_px.h
+  ${PROJECT_SOURCE_DIR}/platform/pxEnvPath.h
+  ${PROJECT_SOURCE_DIR}/platform/CMarkupSTL.h
   DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/pxImage)
 
 set(PXIMAGE_CMAKE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/pxImage)

@@ -14,4 +14,8 @@ bool utf16ToUtf8(const uint16_t *text, std::string &out);
 // on every host. Returns false as utf16ToUtf8 does.
 bool utf16PathToUtf8(const uint16_t *path, std::string &out);
 
+// Converts UTF-8 text to UTF-16 in out. O(length). Returns false (out unspecified) for a malformed,
+// overlong or surrogate-encoding sequence.
+bool utf8ToUtf16(const std::string &text, std::u16string &out);
+
 } // namespace pxenv

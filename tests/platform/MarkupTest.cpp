@@ -1,0 +1,137 @@
+// CMarkupSTL: building, printing, parsing and navigating a small XML document with 16-bit strings.
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "CMarkupSTL.h"
+
+namespace {
+
+TEST(MarkupDocument, NewDocumentIsEmpty) {
+    CMarkupSTL xml;
+    EXPECT_EQ(u"", xml.GetDoc());
+    EXPECT_FALSE(xml.FindElem());
+    EXPECT_EQ(u"", xml.GetTagName());
+    EXPECT_EQ(u"", xml.GetData());
+    EXPECT_EQ(u"", xml.GetAttrib(u"a"));
+}
+
+TEST(MarkupDocument, BuildsOneElementWithAttributesInOrder) {
+    CMarkupSTL xml;
+    ASSERT_TRUE(xml.AddElem(u"PxImageContainer"));
+    EXPECT_TRUE(xml.AddAttrib(u"Tile", 7));
+    EXPECT_TRUE(xml.AddAttrib(u"Neg", -12));
+    EXPECT_TRUE(xml.AddAttrib(u"Path", u"dir"));
+    EXPECT_EQ(u"<PxImageContainer Tile=\"7\" Neg=\"-12\" Path=\"dir\"/>", xml.GetDoc());
+    EXPECT_EQ(u"PxImageContainer", xml.GetTagName());
+}
+
+TEST(MarkupDocument, AddAttribReplacesAnExistingValue) {
+    CMarkupSTL xml;
+    ASSERT_TRUE(xml.AddElem(u"e"));
+    ASSERT_TRUE(xml.AddAttrib(u"a", u"1"));
+    ASSERT_TRUE(xml.AddAttrib(u"b", u"2"));
+    ASSERT_TRUE(xml.AddAttrib(u"a", u"3"));
+    EXPECT_EQ(u"<e a=\"3\" b=\"2\"/>", xml.GetDoc());
+}
+
+TEST(MarkupDocument, SpecialCharactersSurviveARoundTrip) {
+    const std::u16string value = u"q\"uote & amp <lt> 'apos' \u00C4rger \u2713 \U0001D11E tab\tnew\nline\r";
+    CMarkupSTL xml;
+    ASSERT_TRUE(xml.AddElem(u"e", u"a < b & \"c\""));
+    ASSERT_TRUE(xml.AddAttrib(u"v", value));
+    const std::u16string text = xml.GetDoc();
+    EXPECT_EQ(std::u16string::npos, text.find(u"<lt>"));
+
+    CMarkupSTL back;
+    ASSERT_TRUE(back.SetDoc(text));
+    ASSERT_TRUE(back.FindElem(u"e"));
+    EXPECT_EQ(value, back.GetAttrib(u"v"));
+    EXPECT_EQ(u"a < b & \"c\"", back.GetData());
+}
+
+TEST(MarkupDocument, MalformedDocumentChangesNothing) {
+    CMarkupSTL xml;
+    ASSERT_TRUE(xml.SetDoc(u"<root a=\"1\"><child b=\"2\"/></root>"));
+    ASSERT_TRUE(xml.FindElem(u"root"));
+    const std::u16string before = xml.GetDoc();
+    const char16_t unpaired[] = {u'<', u'a', u' ', u'b', u'=', u'"', 0xD800, u'"', u'/', u'>', 0};
+    for (const std::u16string &bad :
+         {std::u16string(u"<root a=\"1\">"), std::u16string(u"<a></b>"), std::u16string(u"<a b=1/>"),
+          std::u16string(u""), std::u16string(u"just text"), std::u16string(unpaired)}) {
+        EXPECT_FALSE(xml.SetDoc(bad));
+        EXPECT_EQ(before, xml.GetDoc());
+        EXPECT_EQ(u"root", xml.GetTagName());
+        EXPECT_EQ(u"1", xml.GetAttrib(u"a"));
+    }
+}
+
+TEST(MarkupDocument, SetDocMovesToTheTopLevel) {
+    CMarkupSTL xml;
+    ASSERT_TRUE(xml.SetDoc(u"<?xml version=\"1.0\"?><!-- c --><root><x/></root>"));
+    EXPECT_EQ(u"", xml.GetTagName());
+    EXPECT_FALSE(xml.FindElem(u"x"));
+    EXPECT_TRUE(xml.FindElem(u"root"));
+}
+
+TEST(MarkupNavigation, FindElemWalksTheLevelByName) {
+    CMarkupSTL xml;
+    ASSERT_TRUE(xml.SetDoc(u"<r><a n=\"1\"/><b n=\"2\"/><a n=\"3\">text</a></r>"));
+    ASSERT_TRUE(xml.FindElem());
+    EXPECT_EQ(u"r", xml.GetTagName());
+    ASSERT_TRUE(xml.IntoElem());
+    ASSERT_TRUE(xml.FindElem(u"a"));
+    EXPECT_EQ(u"1", xml.GetAttrib(u"n"));
+    ASSERT_TRUE(xml.FindElem(u"a"));
+    EXPECT_EQ(u"3", xml.GetAttrib(u"n"));
+    EXPECT_EQ(u"text", xml.GetData());
+    EXPECT_FALSE(xml.FindElem(u"a"));
+    EXPECT_EQ(u"3", xml.GetAttrib(u"n"));
+    EXPECT_EQ(u"", xml.GetAttrib(u"missing"));
+    ASSERT_TRUE(xml.OutOfElem());
+    EXPECT_EQ(u"r", xml.GetTagName());
+    EXPECT_FALSE(xml.OutOfElem());
+    xml.ResetPos();
+    EXPECT_EQ(u"", xml.GetTagName());
+    ASSERT_TRUE(xml.FindElem(u"r"));
+}
+
+TEST(MarkupNavigation, IntoElemNeedsACurrentElement) {
+    CMarkupSTL xml;
+    EXPECT_FALSE(xml.IntoElem());
+    ASSERT_TRUE(xml.AddElem(u"r"));
+    ASSERT_TRUE(xml.IntoElem());
+    EXPECT_FALSE(xml.IntoElem());
+}
+
+TEST(MarkupBuild, ChildrenAreAddedAfterTheCurrentElement) {
+    CMarkupSTL xml;
+    ASSERT_TRUE(xml.AddElem(u"r"));
+    ASSERT_TRUE(xml.IntoElem());
+    ASSERT_TRUE(xml.AddElem(u"a"));
+    ASSERT_TRUE(xml.AddElem(u"c", u"data"));
+    xml.ResetPos();
+    ASSERT_TRUE(xml.FindElem(u"r"));
+    ASSERT_TRUE(xml.IntoElem());
+    ASSERT_TRUE(xml.FindElem(u"a"));
+    ASSERT_TRUE(xml.AddElem(u"b"));
+    EXPECT_EQ(u"<r><a/><b/><c>data</c></r>", xml.GetDoc());
+}
+
+TEST(MarkupBuild, RefusesASecondRootAndInvalidNames) {
+    CMarkupSTL xml;
+    EXPECT_FALSE(xml.AddAttrib(u"a", u"1"));
+    EXPECT_FALSE(xml.AddElem(u""));
+    EXPECT_FALSE(xml.AddElem(u"1st"));
+    EXPECT_FALSE(xml.AddElem(u"a b"));
+    EXPECT_FALSE(xml.AddElem(u"a<b"));
+    ASSERT_TRUE(xml.AddElem(u"ns:name-1.x_\u00E9"));
+    EXPECT_FALSE(xml.AddElem(u"second"));
+    EXPECT_FALSE(xml.AddAttrib(u"a=b", u"1"));
+    EXPECT_FALSE(xml.AddAttrib(u"", u"1"));
+    const char16_t unpaired[] = {u'x', 0xDC00, 0};
+    EXPECT_FALSE(xml.AddAttrib(u"a", unpaired));
+    EXPECT_EQ(u"<ns:name-1.x_\u00E9/>", xml.GetDoc());
+}
+
+} // namespace
