@@ -33,31 +33,6 @@ size_t pixelSize(int32_t type) {
     return pxImagePixelSizeTable[type];
 }
 
-// Checks the arguments of header construction in their fixed order; logs the first failure.
-bool headerArgumentsAreValid(int32_t type, int32_t width, int32_t height, int32_t border, int32_t planes) {
-    if (type != 0 && !pxImageTypeIsValid(type)) {
-        PX_ERROR(kModule, PX_ERR_INVALID_ARGUMENT, "Invalid image type");
-        return false;
-    }
-    if (!sideIsValid(width)) {
-        PX_ERROR(kModule, PX_ERR_INVALID_ARGUMENT, "txt");
-        return false;
-    }
-    if (!sideIsValid(height)) {
-        PX_ERROR(kModule, PX_ERR_INVALID_ARGUMENT, "txt");
-        return false;
-    }
-    if (!borderIsValid(border)) {
-        PX_ERROR(kModule, PX_ERR_INVALID_ARGUMENT, "txt");
-        return false;
-    }
-    if (planes < 1 || planes > kMaxPlanes) {
-        PX_ERROR(kModule, PX_ERR_INVALID_ARGUMENT, "txt");
-        return false;
-    }
-    return true;
-}
-
 // Checks the arguments of pixel-map construction in their fixed order; logs the first failure.
 bool pixMapArgumentsAreValid(int32_t type, int32_t width, int32_t height, int32_t border) {
     if (type != 0 && !pxImageTypeIsValid(type)) {
@@ -73,6 +48,17 @@ bool pixMapArgumentsAreValid(int32_t type, int32_t width, int32_t height, int32_
         return false;
     }
     if (!borderIsValid(border)) {
+        PX_ERROR(kModule, PX_ERR_INVALID_ARGUMENT, "txt");
+        return false;
+    }
+    return true;
+}
+
+// Checks the arguments of header construction in their fixed order; logs the first failure.
+bool headerArgumentsAreValid(int32_t type, int32_t width, int32_t height, int32_t border, int32_t planes) {
+    if (!pixMapArgumentsAreValid(type, width, height, border))
+        return false;
+    if (planes < 1 || planes > kMaxPlanes) {
         PX_ERROR(kModule, PX_ERR_INVALID_ARGUMENT, "txt");
         return false;
     }
@@ -159,10 +145,8 @@ uint32_t cutPlane(tag_pxImage *image, int32_t plane) {
     const int32_t width = image->roimaxX - image->roiminX;
     const int32_t height = image->roimaxY - image->roiminY;
     pxImagePixMap cut = nullptr;
-    if (!pxImagePixMapConstruct(image->type, width, height, image->border, &cut)) {
-        PX_TRACE(kModule);
+    if (!pxImagePixMapConstruct(image->type, width, height, image->border, &cut))
         return 0;
-    }
     const size_t size = pixelSize(image->type);
     pxImagePixMap old = image->pixMap[plane];
     for (int32_t y = 0; y < height; ++y)
@@ -173,17 +157,12 @@ uint32_t cutPlane(tag_pxImage *image, int32_t plane) {
     return 1;
 }
 
-// Cuts every plane to the ROI and moves size, origin and ROI to the cut image.
+// Cuts every plane to the ROI and moves size, origin and ROI to the cut image. A plane that fails ends the
+// cut with the planes before it already cut and the header unchanged.
 uint32_t cutToRoi(tag_pxImage *image) {
-    if (!roiIsInsideImage(image)) {
-        PX_ERROR(kModule, PX_ERR_INVALID_ARGUMENT, "txt");
-        return 0;
-    }
     for (int32_t plane = 0; plane < std::min(image->planes, kMaxPlanes); ++plane) {
-        if (!cutPlane(image, plane)) {
-            PX_TRACE(kModule);
+        if (!cutPlane(image, plane))
             return 0;
-        }
     }
     image->origX += image->roiminX;
     image->origY += image->roiminY;
@@ -272,10 +251,8 @@ uint32_t copyMetadata(const tag_pxImage *source, tag_pxImage *target) {
 uint32_t constructPlanes(tag_pxImage *image) {
     for (int32_t plane = 0; plane < image->planes; ++plane) {
         if (!pxImagePixMapConstruct(image->type, image->width, image->height, image->border,
-                                    &image->pixMap[plane])) {
-            PX_TRACE(kModule);
+                                    &image->pixMap[plane]))
             return 0;
-        }
     }
     return 1;
 }
@@ -502,6 +479,11 @@ uint32_t pxImageCutByROI(tag_pxImage *image, uint32_t mode) {
         for (int32_t plane = 0; plane < std::min(image->planes, kMaxPlanes); ++plane)
             maskPlane(image, image->pixMap[plane]);
         return 1;
+    }
+    // A ROI reaching outside the image cannot be cut without reading outside the planes.
+    if (!roiIsInsideImage(image)) {
+        PX_ERROR(kModule, PX_ERR_INVALID_ARGUMENT, "txt");
+        return 0;
     }
     if (!cutToRoi(image)) {
         PX_TRACE(kModule);

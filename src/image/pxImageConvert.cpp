@@ -319,10 +319,8 @@ void copyShortToFloatScaled(const MapCopy &c) {
 // FLOAT -> SHORT with the transform, row by row through a scratch row.
 uint32_t copyFloatToShortScaled(const MapCopy &c) {
     float *scratch = nullptr;
-    if (!pxMallocNoInit(reinterpret_cast<void **>(&scratch), sizeof(float) * c.rowPixels())) {
-        PX_TRACE(kModule);
+    if (!pxMallocNoInit(reinterpret_cast<void **>(&scratch), sizeof(float) * c.rowPixels()))
         return 0;
-    }
     for (int32_t y = -c.margin; y < c.height + c.margin; ++y)
         pxImageConvertRowFloatToShortScaled(static_cast<const float *>(c.srcRow(y)), c.rowPixels(), scratch,
                                             static_cast<uint16_t *>(c.dstRow(y)));
@@ -339,10 +337,8 @@ void copySameType(const MapCopy &c) {
 // Any other pair through the row converter; stops at the first failing row.
 uint32_t copyConverted(const MapCopy &c, int32_t srcType, int32_t dstType) {
     for (int32_t y = -c.margin; y < c.height + c.margin; ++y) {
-        if (!pxImageConvertRow(c.srcRow(y), c.rowPixels(), srcType, dstType, c.dstRow(y))) {
-            PX_TRACE(kModule);
+        if (!pxImageConvertRow(c.srcRow(y), c.rowPixels(), srcType, dstType, c.dstRow(y)))
             return 0;
-        }
     }
     return 1;
 }
