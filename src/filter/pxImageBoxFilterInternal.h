@@ -1,0 +1,70 @@
+// Kernels of the box filters. Each fast kernel has a plain scalar reference beside it that follows the
+// filter's definition step by step; the tests prove that both produce the same bits.
+#pragma once
+
+#include <cstdint>
+
+#include "pxImage.h"
+
+namespace pxbox {
+
+// One plane with the extent of its storage: rows [-border, height + border), columns likewise.
+struct PlaneView {
+    void **map;
+    int32_t width;
+    int32_t height;
+    int32_t border;
+};
+
+// A windowed-sum pass from a source region to a destination region of the same size.
+struct SumPass {
+    PlaneView src;
+    int32_t srcX, srcY; // first column and row of the source region
+    PlaneView dst;
+    int32_t dstX, dstY; // first column and row of the destination region
+    int32_t width;      // common region width
+    int32_t height;     // common region height
+    int32_t half;       // half-width of the window, >= 0
+};
+
+// Horizontal running sums of every region row. The running sum starts at 0, takes `half` pixels, then
+// half + 1 growing outputs, sliding outputs (s += in - out) and shrinking outputs (s -= out). When the
+// window is one wider than the region (even n equal to the region width) the last growing step reads the
+// pixel right of the region: the next pixel of the row's storage, else the first stored pixel of the next
+// storage row, else 0. The fast kernel runs several rows side by side, each with its own running sum.
+template <typename T> void blockSumXFast(const SumPass &pass);
+template <typename T> void blockSumXReference(const SumPass &pass);
+
+// Vertical running sums: destination row 0 is cleared and takes source rows 0..half; every later row is
+// the row above plus the incoming minus the outgoing source row ((above + in) - out). A missing row below
+// the storage (even n equal to the region height) adds 0. The fast kernel works a whole row at a time; the
+// reference runs down one column after the other.
+template <typename T> void blockSumYFast(const SumPass &pass);
+template <typename T> void blockSumYReference(const SumPass &pass);
+
+// A windowed extreme over a whole image of width x height pixels: every window is clipped to the image.
+struct WindowPass {
+    void **src;
+    void **dst;  // minimum or maximum
+    void **dst2; // range (minimum-and-range only)
+    int32_t width;
+    int32_t height;
+    int32_t half;
+};
+
+enum class Extreme { Min, Max };
+
+// Direct search of each window, row by row and left to right, starting from the largest (minimum) or
+// most negative (maximum) finite value and taking a pixel only when it is strictly smaller (greater).
+template <typename T, Extreme E> void boxExtremeDirect(const WindowPass &pass);
+// The same bits by a separable search: the extreme of each row segment first, then down the rows. With a
+// strict compare the direct search yields the first extreme pixel in row-major order and so does this
+// one (rows top to bottom, within a row left to right), which fixes the sign of a zero result; NaN is
+// never taken by either. Returns 0 when its scratch rows cannot be allocated (nothing written).
+template <typename T, Extreme E> uint32_t boxExtremeSeparable(const WindowPass &pass);
+
+// Minimum into dst and maximum - minimum into dst2, both extremes tracked over the same window.
+template <typename T> void boxMinAndRangeDirect(const WindowPass &pass);
+template <typename T> uint32_t boxMinAndRangeSeparable(const WindowPass &pass);
+
+} // namespace pxbox
