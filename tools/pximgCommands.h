@@ -6,6 +6,7 @@
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 #include <CLI/CLI.hpp>
 
@@ -31,15 +32,44 @@ ImagePtr loadImage(const std::string &path, int32_t type = 0);
 // Saves an image: .png, .tif, .tiff and .pgm through OpenCV (16-bit kept as 16-bit), any other name in our
 // format written as `fileType` (0: the image's type; CBIT, CSHORT, SHORT12 for the encodings) with or
 // without the SHORT<->FLOAT transform. Throws Error.
-void saveImage(const tag_pxImage *image, const std::string &path, int32_t fileType = 0, bool transform = false);
+void saveImage(const tag_pxImage *image, const std::string &path, int32_t fileType = 0,
+               bool transform = false);
+
+// Copies an image into a new record of pixel type `type` (0: the same) with border 0, with or without the
+// SHORT<->FLOAT transform (0..65535 <-> about 0..255). O(pixels). Throws Error.
+ImagePtr convertImage(const tag_pxImage *image, int32_t type, bool transform);
+
+// Reads only the 512-byte header block of a file of our format (no pixels): the header record, the version
+// tag (bytes 8..11 of the file) and the stored pixel type. O(1). Throws Error for a file that is missing,
+// too short or not of our format.
+ImagePtr readHeaderBlock(const std::string &path, std::string &version, int32_t &storedType);
 
 // Synthesises a realistic 16-bit camera frame: dark background, bright textured objects, sensor noise.
 // The same seed gives the same frame.
 ImagePtr synthesizeFrame(int32_t width, int32_t height, uint32_t seed);
+
+// Routes the library's log into the tool: warnings (level 4) are printed as "pximg: warning: ..." lines,
+// and the text of the last error is kept for libraryFailure. Call once, before any command runs.
+void installLibraryLog();
+
+// An Error for a library call that returned 0: "<what>: <text of the last error the library logged>".
+// Clears the kept text.
+Error libraryFailure(const std::string &what);
+
+// A UTF-8 path as the null-terminated UTF-16 string that the library's file functions take. Throws Error
+// on malformed UTF-8. O(length).
+std::vector<uint16_t> utf16Path(const std::string &path);
+
+// Pixel type from a name (cbit, ubyte, short, cshort, int, float, double, short12, any case) or a number
+// 1..8. Throws Error naming the accepted values.
+int32_t parsePixelType(const std::string &text);
+
+// Upper-case name of a pixel type ("SHORT"), or "type N" for an unknown one.
+std::string pixelTypeName(int32_t type);
 
 // Subcommand groups.
 void addFileCommands(CLI::App &app);      // info, convert, demo
 void addFilterCommands(CLI::App &app);    // filter, stats
 void addContainerCommands(CLI::App &app); // container write, container read
 
-}  // namespace pximg
+} // namespace pximg

@@ -1,0 +1,41 @@
+// pximg: the command-line tool of the image library. Parses the command line, runs one subcommand and turns
+// every failure into one line on stderr and exit status 1.
+#include <exception>
+#include <iostream>
+
+#include <CLI/CLI.hpp>
+
+#include "pximgCommands.h"
+
+namespace {
+
+// Prints "pximg: <message>" on one line and gives the failure exit status.
+int fail(const std::string &message) {
+    std::cerr << "pximg: " << message << '\n';
+    return 1;
+}
+
+} // namespace
+
+int main(int argc, char **argv) {
+    CLI::App app{"pximg: inspect, convert and demonstrate image files of the pxImage library", "pximg"};
+    app.set_version_flag("--version", "pximg " PXIMG_VERSION);
+    app.require_subcommand(1);
+    pximg::addFileCommands(app);
+    pximg::addFilterCommands(app);
+    pximg::addContainerCommands(app);
+    pximg::installLibraryLog();
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError &e) {
+        if (e.get_exit_code() == static_cast<int>(CLI::ExitCodes::Success)) {
+            return app.exit(e); // --help and --version
+        }
+        return fail(std::string(e.what()) + " (see pximg --help)");
+    } catch (const pximg::Error &e) {
+        return fail(e.what());
+    } catch (const std::exception &e) {
+        return fail(std::string("unexpected failure: ") + e.what());
+    }
+    return 0;
+}

@@ -1,0 +1,8 @@
+// Container subcommands of pximg (container write, container read).
+#include "pximgCommands.h"
+
+namespace pximg {
+
+void addContainerCommands(CLI::App &) {}
+
+} // namespace pximg

@@ -1,0 +1,30 @@
+# Conversions between our encodings: SHORT12 is stable once applied, CSHORT decodes to what a PNG of it
+# holds, and both files are smaller than the plain one.
+include(${CMAKE_CURRENT_LIST_DIR}/PximgSteps.cmake)
+
+pximg(convert ${DEMO}/frame-short.pxi ${WORK}/a.pxi --encoding short12)
+pximg(info ${WORK}/a.pxi)
+expect_output("stored type +SHORT12 \\(8\\).*encoding +short12")
+pximg(convert ${WORK}/a.pxi ${WORK}/b.pxi)
+pximg(info ${WORK}/b.pxi)
+expect_output("stored type +SHORT \\(3\\).*encoding +plain")
+pximg(convert ${WORK}/b.pxi ${WORK}/c.pxi --type 8)
+expect_same_file(${WORK}/a.pxi ${WORK}/c.pxi)
+expect_same_file(${DEMO}/frame-short12.pxi ${WORK}/a.pxi)
+
+pximg(convert ${DEMO}/frame-short.pxi ${WORK}/cs.pxi --encoding cshort)
+expect_same_file(${DEMO}/frame-cshort.pxi ${WORK}/cs.pxi)
+pximg(info ${WORK}/cs.pxi)
+expect_output("stored type +CSHORT \\(4\\).*encoding +cshort")
+pximg(convert ${WORK}/cs.pxi ${WORK}/cs.png)
+pximg(convert ${WORK}/cs.png ${WORK}/cs-via-png.pxi)
+pximg(convert ${WORK}/cs.pxi ${WORK}/cs-plain.pxi --encoding plain)
+expect_same_file(${WORK}/cs-plain.pxi ${WORK}/cs-via-png.pxi)
+
+file(SIZE ${DEMO}/frame-short.pxi plain)
+foreach(f a.pxi cs.pxi)
+  file(SIZE ${WORK}/${f} size)
+  if(NOT size LESS plain)
+    message(FATAL_ERROR "${f}: ${size} bytes, not smaller than the plain ${plain}")
+  endif()
+endforeach()

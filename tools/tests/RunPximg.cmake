@@ -1,0 +1,21 @@
+# Runs pximg once and checks its exit status and output. Variables: PXIMG (the program), ARGS (its
+# arguments as a list), EXPECT_EXIT, and optionally EXPECT_STDOUT / EXPECT_STDERR (regular expressions that
+# must match) and EXPECT_STDERR_LINES (the exact number of lines on stderr). WORK is created first.
+file(MAKE_DIRECTORY ${WORK})
+execute_process(COMMAND ${PXIMG} ${ARGS} RESULT_VARIABLE status OUTPUT_VARIABLE out ERROR_VARIABLE err)
+if(NOT status STREQUAL EXPECT_EXIT)
+  message(FATAL_ERROR "pximg ${ARGS}: exit status ${status}, expected ${EXPECT_EXIT}\nstdout:\n${out}\nstderr:\n${err}")
+endif()
+if(DEFINED EXPECT_STDOUT AND NOT EXPECT_STDOUT STREQUAL "" AND NOT out MATCHES "${EXPECT_STDOUT}")
+  message(FATAL_ERROR "pximg ${ARGS}: stdout does not match '${EXPECT_STDOUT}':\n${out}")
+endif()
+if(DEFINED EXPECT_STDERR AND NOT EXPECT_STDERR STREQUAL "" AND NOT err MATCHES "${EXPECT_STDERR}")
+  message(FATAL_ERROR "pximg ${ARGS}: stderr does not match '${EXPECT_STDERR}':\n${err}")
+endif()
+if(DEFINED EXPECT_STDERR_LINES AND NOT EXPECT_STDERR_LINES STREQUAL "")
+  string(REGEX MATCHALL "\n" newlines "${err}")
+  list(LENGTH newlines lines)
+  if(NOT lines EQUAL EXPECT_STDERR_LINES)
+    message(FATAL_ERROR "pximg ${ARGS}: ${lines} lines on stderr, expected ${EXPECT_STDERR_LINES}:\n${err}")
+  endif()
+endif()
