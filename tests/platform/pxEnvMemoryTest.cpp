@@ -1,7 +1,10 @@
 // Memory of the environment library: allocators, the allocation-failure hook and the live-block count.
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cstring>
+#include <thread>
+#include <vector>
 
 #include "pxEnv.h"
 #include "support/AllocFailure.h"
@@ -82,6 +85,43 @@ TEST(PxEnvMemory, ZeroDisarmsTheHook) {
     pxEnvFailAllocationAfter(-5);
     EXPECT_EQ(1, pxMallocNoInit(&block, 8));
     pxMallocFree(&block);
+}
+
+TEST(PxEnvMemory, CountsStayExactAcrossThreads) {
+    const long before = pxEnvLiveAllocations();
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t)
+        threads.emplace_back([] {
+            for (int i = 0; i < 1000; ++i) {
+                void *block = nullptr;
+                ASSERT_EQ(1, pxMallocNoInit(&block, 32));
+                pxMallocFree(&block);
+            }
+        });
+    for (std::thread &thread : threads)
+        thread.join();
+    EXPECT_EQ(before, pxEnvLiveAllocations());
+}
+
+TEST(PxEnvMemory, HookFailsExactlyOneAllocationAcrossThreads) {
+    constexpr int THREADS = 4;
+    constexpr int PER_THREAD = 100;
+    std::atomic<int> failures{0};
+    pxEnvFailAllocationAfter(150);
+    std::vector<std::thread> threads;
+    for (int t = 0; t < THREADS; ++t)
+        threads.emplace_back([&failures] {
+            for (int i = 0; i < PER_THREAD; ++i) {
+                void *block = nullptr;
+                if (!pxMallocInitZero(&block, 8))
+                    ++failures;
+                pxMallocFree(&block);
+            }
+        });
+    for (std::thread &thread : threads)
+        thread.join();
+    pxEnvFailAllocationAfter(0);
+    EXPECT_EQ(1, failures.load());
 }
 
 TEST(PxEnvMemory, AllocFailureSupportDrivesEveryAllocation) {

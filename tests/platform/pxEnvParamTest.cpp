@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <fstream>
 #include <string>
+#include <thread>
 #include <unistd.h>
 #include <vector>
 
@@ -182,6 +183,22 @@ TEST_F(PxEnvParam, LoadFileTrimsCommentsAndLaterLinesWin) {
     EXPECT_EQ(4, i);
     EXPECT_EQ(1, pxEnvGetParam2int("no equals sign here", 6, &i));
     EXPECT_EQ(6, i);
+}
+
+TEST_F(PxEnvParam, ConcurrentSetAndGet) {
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t)
+        threads.emplace_back([t] {
+            const std::string key = "key" + std::to_string(t);
+            for (int i = 0; i < 300; ++i) {
+                pxEnvSetParam(key.c_str(), std::to_string(i).c_str());
+                int value = -1;
+                EXPECT_EQ(1, pxEnvGetParam2int(key.c_str(), -1, &value));
+                EXPECT_EQ(i, value);
+            }
+        });
+    for (std::thread &thread : threads)
+        thread.join();
 }
 
 TEST_F(PxEnvParam, UnreadableFileFails) {
