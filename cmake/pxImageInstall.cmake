@@ -24,5 +24,7 @@ write_basic_package_version_file(${PROJECT_BINARY_DIR}/pxImageConfigVersion.cmak
 install(FILES ${PROJECT_BINARY_DIR}/pxImageConfig.cmake ${PROJECT_BINARY_DIR}/pxImageConfigVersion.cmake
   DESTINATION ${PXIMAGE_CMAKE_DIR})
 
+# The pkg-config file finds its prefix relative to its own folder, so the installed tree can be moved.
+file(RELATIVE_PATH PXIMAGE_PC_TO_PREFIX /prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig /prefix)
 configure_file(${PROJECT_SOURCE_DIR}/cmake/pxImage.pc.in ${PROJECT_BINARY_DIR}/pxImage.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/pxImage.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
