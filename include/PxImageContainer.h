@@ -34,9 +34,9 @@ class PXIMAGE_API PxImageContainer {
     ~PxImageContainer();
 
     // Copies tile, SetNum0..2, OldSetNum0, OldSetNum1 and the grab type (not OldSetNum2, not the directory),
-    // then appends a deep copy (same pixel type and border) of each of other's images, null slots as null,
-    // to the images already held. O(pixels). If a copy cannot be made, the failure is logged and nothing
-    // changes. Assigning a container to itself changes nothing.
+    // then appends a deep copy (same pixel type, every pixel of the image proper, no border) of each of
+    // other's images, null slots as null, to the images already held. O(pixels). If a copy cannot be made,
+    // the failure is logged and nothing changes. Assigning a container to itself changes nothing.
     PxImageContainer &operator=(const PxImageContainer &other);
     // Takes other's images without copying: copies the same fields as operator=, destroys its own images,
     // then appends other's pointers. Other still lists them until its owner calls Release on it, which

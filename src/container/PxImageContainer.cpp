@@ -140,8 +140,10 @@ PxImageContainer &PxImageContainer::operator=(const PxImageContainer &other) {
     std::vector<tag_pxImage *> copies;
     copies.reserve(other.images.size());
     for (const tag_pxImage *image : other.images) {
+        // Copies are made without border: the conversion copy moves `width` pixels per row from the left
+        // margin on, so a copy that kept a margin would miss the last columns of the image.
         tag_pxImage *copy = nullptr;
-        if (image && !pxImageConvertCopy(image, 0, -1, &copy)) {
+        if (image && !pxImageConvertCopy(image, 0, 0, &copy)) {
             PX_TRACE(MODULE);
             for (tag_pxImage *made : copies)
                 pxImageDestruct(&made);
