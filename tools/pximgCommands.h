@@ -44,9 +44,10 @@ ImagePtr convertImage(const tag_pxImage *image, int32_t type, bool transform);
 // too short or not of our format.
 ImagePtr readHeaderBlock(const std::string &path, std::string &version, int32_t &storedType);
 
-// Synthesises a realistic 16-bit camera frame: dark background, bright textured objects, sensor noise.
-// The same seed gives the same frame.
-ImagePtr synthesizeFrame(int32_t width, int32_t height, uint32_t seed);
+// Synthesises a realistic 16-bit camera frame: dark background, bright textured objects, sensor noise. The
+// analogue-to-digital converter keeps `significantBits` (1..16) bits, aligned to the top of the 16-bit word
+// as cameras deliver them (12: every value a multiple of 16). O(pixels). The same seed gives the same frame.
+ImagePtr synthesizeFrame(int32_t width, int32_t height, uint32_t seed, int32_t significantBits = 12);
 
 // Routes the library's log into the tool: warnings (level 4) are printed as "pximg: warning: ..." lines,
 // and the text of the last error is kept for libraryFailure. Call once, before any command runs.

@@ -494,7 +494,11 @@ ImagePtr readHeaderBlock(const std::string &path, std::string &version, int32_t 
     return ImagePtr(raw);
 }
 
-ImagePtr synthesizeFrame(int32_t width, int32_t height, uint32_t seed) {
+ImagePtr synthesizeFrame(int32_t width, int32_t height, uint32_t seed, int32_t significantBits) {
+    if (significantBits < 1 || significantBits > 16) {
+        throw Error("a frame needs 1..16 significant bits, not " + std::to_string(significantBits));
+    }
+    const double step = double(1 << (16 - significantBits)); // one step of the converter in 16-bit units
     FrameRandom random(seed);
     const std::vector<SceneObject> objects = makeObjects(width, height, random);
     const std::vector<double> signal = paintObjects(width, height, objects);
@@ -505,7 +509,7 @@ ImagePtr synthesizeFrame(int32_t width, int32_t height, uint32_t seed) {
     }
     ImagePtr frame(raw);
     // Sensor model: 100 DN offset, dark current rising across the frame with amplifier glow in one corner,
-    // column fixed pattern, shot noise at 1.5 DN per electron, 4 DN read noise.
+    // column fixed pattern, shot noise at 1.5 DN per electron, 4 DN read noise; then the converter's steps.
     const double offset = 100.0, gain = 1.5, readNoise = 4.0;
     std::vector<double> columnPattern(static_cast<size_t>(width));
     for (double &c : columnPattern) {
@@ -519,7 +523,8 @@ ImagePtr synthesizeFrame(int32_t width, int32_t height, uint32_t seed) {
             const double electrons = (signal[size_t(y) * width + x] + dark) / gain;
             const double sigma = std::sqrt(gain * gain * electrons + readNoise * readNoise);
             const double value = offset + columnPattern[x] + gain * electrons + sigma * random.normal();
-            rows[y][x] = static_cast<uint16_t>(std::clamp(std::lround(value), 0L, 65535L));
+            const double quantised = std::min(step * std::round(value / step), 65536.0 - step);
+            rows[y][x] = static_cast<uint16_t>(std::max(quantised, 0.0));
         }
     }
     return frame;
