@@ -110,7 +110,8 @@ uint32_t morphology(const tag_pxImage *source, int32_t radius, tag_pxImage *dest
         return 1;
     }
     const int64_t window = 2 * static_cast<int64_t>(radius) + 1;
-    if (window * window >= 255) {
+    // The byte sums of m x m pixels of 0/1 stay below 255 only up to radius 7 (m * m = 225).
+    if (static_cast<double>(window) * static_cast<double>(window) >= 255.0) {
         PX_TRACE(kModule);
         return 0;
     }

@@ -1,0 +1,171 @@
+// Binary dilation and erosion: against a window search written here over the region of interest, against
+// OpenCV's dilate and erode with a square and a zero border, the copy for radius 0, the radius limit, the
+// refusals with their trace chains and the scratch image's allocation failures.
+#include <algorithm>
+#include <vector>
+
+#include <gtest/gtest.h>
+#include <opencv2/imgproc.hpp>
+
+#include "filter/BoxTestSupport.h"
+#include "support/AllocFailure.h"
+
+namespace {
+
+using boxtest::TestImage;
+
+const char *const kOperations = "pxImageOperations";
+const char *const kBox = "pxImageBoxFilter";
+
+// Count of set pixels of the window clipped to the source region, at region offset (i, j).
+int windowCount(const TestImage &src, int i, int j, int radius) {
+    const int w = src->roimaxX - src->roiminX;
+    const int h = src->roimaxY - src->roiminY;
+    int count = 0;
+    for (int y = std::max(0, j - radius); y <= std::min(h - 1, j + radius); ++y)
+        for (int x = std::max(0, i - radius); x <= std::min(w - 1, i + radius); ++x)
+            count += src.at<uint8_t>(src->roiminY + y, src->roiminX + x);
+    return count;
+}
+
+TEST(Morph, DilateAndErodeMatchTheWindowSearch) {
+    uint32_t seed = 1;
+    for (int radius : {1, 2, 3, 7}) {
+        for (bool erode : {false, true}) {
+            TestImage src(UBYTE, 41, 33, 1);
+            TestImage dst(UBYTE, 41, 33, 0);
+            boxtest::fillBinary(src, seed++, erode ? 0.9 : 0.05);
+            boxtest::fillRandom(dst, seed++);
+            src.setRegion(2, 3, 35, 27);
+            dst.setRegion(4, 1, 35, 27);
+            TestImage before(UBYTE, 41, 33, 0);
+            boxtest::fillRandom(before, seed - 1);
+            pxtest::LogCapture log;
+            ASSERT_EQ(1u, erode ? pxImageErode(src.get(), radius, dst.get())
+                                : pxImageDilate(src.get(), radius, dst.get()));
+            EXPECT_TRUE(log.records().empty());
+            const int m = 2 * radius + 1;
+            for (int y = 0; y < 33; ++y)
+                for (int x = 0; x < 41; ++x) {
+                    const bool inRegion = y >= 1 && y < 28 && x >= 4 && x < 39;
+                    // Outside its region the destination only went through the threshold.
+                    int value = before.at<uint8_t>(y, x);
+                    if (inRegion)
+                        value = windowCount(src, x - 4, y - 1, radius);
+                    const int expected = erode ? (value >= m * m ? 1 : 0) : (value >= 1 ? 1 : 0);
+                    ASSERT_EQ(expected, dst.at<uint8_t>(y, x))
+                        << radius << " " << erode << " at " << x << "," << y;
+                }
+        }
+    }
+}
+
+TEST(Morph, MatchesOpenCvWithASquareAndZeroBorder) {
+    for (int radius : {1, 4, 7}) {
+        TestImage src(UBYTE, 57, 43, 0);
+        TestImage dilated(UBYTE, 57, 43, 0);
+        TestImage eroded(UBYTE, 57, 43, 0);
+        boxtest::fillBinary(src, static_cast<uint32_t>(radius), 0.3);
+        for (int y = 10; y < 30; ++y)
+            for (int x = 5; x < 40; ++x)
+                src.at<uint8_t>(y, x) = 1;
+        ASSERT_EQ(1u, pxImageDilate(src.get(), radius, dilated.get()));
+        ASSERT_EQ(1u, pxImageErode(src.get(), radius, eroded.get()));
+        cv::Mat in(43, 57, CV_8U, src->pixMap[0][0]);
+        const cv::Mat square =
+            cv::getStructuringElement(cv::MORPH_RECT, cv::Size(2 * radius + 1, 2 * radius + 1));
+        cv::Mat d, e;
+        cv::dilate(in, d, square, cv::Point(-1, -1), 1, cv::BORDER_CONSTANT, cv::Scalar(0));
+        cv::erode(in, e, square, cv::Point(-1, -1), 1, cv::BORDER_CONSTANT, cv::Scalar(0));
+        for (int y = 0; y < 43; ++y)
+            for (int x = 0; x < 57; ++x) {
+                ASSERT_EQ(d.at<uint8_t>(y, x), dilated.at<uint8_t>(y, x));
+                ASSERT_EQ(e.at<uint8_t>(y, x), eroded.at<uint8_t>(y, x));
+            }
+    }
+}
+
+TEST(Morph, ErodingAllOnesClearsABandAlongTheRegionEdges) {
+    TestImage src(UBYTE, 8, 6, 0);
+    TestImage dst(UBYTE, 8, 6, 0);
+    for (int y = 0; y < 6; ++y)
+        for (int x = 0; x < 8; ++x)
+            src.at<uint8_t>(y, x) = 1;
+    ASSERT_EQ(1u, pxImageErode(src.get(), 1, dst.get()));
+    for (int y = 0; y < 6; ++y)
+        for (int x = 0; x < 8; ++x)
+            EXPECT_EQ((y > 0 && y < 5 && x > 0 && x < 7) ? 1 : 0, dst.at<uint8_t>(y, x));
+}
+
+TEST(Morph, RadiusZeroCopies) {
+    for (bool erode : {false, true}) {
+        TestImage src(UBYTE, 9, 7, 0);
+        TestImage dst(UBYTE, 9, 7, 0);
+        boxtest::fillRandom(src, 8);
+        ASSERT_EQ(1u,
+                  erode ? pxImageErode(src.get(), 0, dst.get()) : pxImageDilate(src.get(), -3, dst.get()));
+        EXPECT_EQ(src.storage(), dst.storage());
+    }
+}
+
+// With margins the copy is the pixel-map conversion copy: `width` bytes per row from the common margin on.
+TEST(Morph, RadiusZeroCopyWithMarginsMovesWidthBytesFromTheMargin) {
+    TestImage src(UBYTE, 6, 3, 1);
+    TestImage dst(UBYTE, 6, 3, 2);
+    boxtest::fillRandom(src, 2);
+    ASSERT_EQ(1u, pxImageDilate(src.get(), 0, dst.get()));
+    for (int y = -1; y < 4; ++y) {
+        for (int x = -1; x < 5; ++x)
+            EXPECT_EQ(src.at<uint8_t>(y, x), dst.at<uint8_t>(y, x));
+        EXPECT_EQ(0, dst.at<uint8_t>(y, 5));
+    }
+}
+
+TEST(Morph, RadiusAboveSevenIsRefused) {
+    TestImage src(UBYTE, 40, 40, 0);
+    TestImage dst(UBYTE, 40, 40, 0);
+    for (int radius : {8, 1000, 2147483647}) {
+        pxtest::LogCapture log;
+        EXPECT_EQ(0u, pxImageDilate(src.get(), radius, dst.get()));
+        EXPECT_EQ(0u, pxImageErode(src.get(), radius, dst.get()));
+        EXPECT_TRUE(boxtest::onlyTraces(log, {kOperations, kOperations}));
+    }
+    EXPECT_EQ(1u, pxImageDilate(src.get(), 7, dst.get()));
+}
+
+TEST(Morph, SizeAndTypeChecks) {
+    TestImage src(UBYTE, 8, 8, 0);
+    TestImage wide(UBYTE, 9, 8, 0);
+    TestImage tall(UBYTE, 8, 9, 0);
+    TestImage shortSrc(SHORT, 8, 8, 0);
+    TestImage shortDst(SHORT, 8, 8, 0);
+    pxtest::LogCapture log;
+    EXPECT_EQ(0u, pxImageDilate(src.get(), 1, wide.get()));
+    EXPECT_EQ(0u, pxImageErode(src.get(), 1, tall.get()));
+    EXPECT_EQ(0u, pxImageDilate(shortSrc.get(), 1, src.get()));
+    EXPECT_EQ(0u, pxImageErode(src.get(), 1, shortDst.get()));
+    EXPECT_EQ(0u, pxImageErode(nullptr, 1, src.get()));
+    EXPECT_TRUE(boxtest::onlyTraces(log, {kOperations, kOperations, kOperations, kOperations, kOperations}));
+}
+
+TEST(Morph, ScratchAllocationFailureLeavesTheTraceChain) {
+    TestImage src(UBYTE, 12, 10, 0);
+    TestImage dst(UBYTE, 12, 10, 0);
+    boxtest::fillBinary(src, 1, 0.5);
+    for (bool erode : {false, true}) {
+        const int allocations = pxtest::forEachAllocationFailure(
+            [&] {
+                pxtest::LogCapture log;
+                const bool ok = (erode ? pxImageErode(src.get(), 2, dst.get())
+                                       : pxImageDilate(src.get(), 2, dst.get())) == 1;
+                if (!ok) {
+                    EXPECT_TRUE(boxtest::endsWithTraces(log, {"pxImage", kBox, kOperations}));
+                }
+                return ok;
+            },
+            [] {});
+        EXPECT_GT(allocations, 0);
+    }
+}
+
+} // namespace
