@@ -42,6 +42,13 @@ void saveResult(const tag_pxImage *image, const FilterIo &io) {
     saveImage(image, io.output, io.type.empty() ? 0 : parsePixelType(io.type));
 }
 
+// A number in six significant digits.
+std::string number(double value) {
+    char text[32];
+    std::snprintf(text, sizeof text, "%.6g", value);
+    return text;
+}
+
 // An Error for a library call that returned 0, kept on one line.
 Error callFailed(const std::string &what) {
     std::string text = libraryFailure(what).what();
@@ -149,25 +156,55 @@ struct MorphOptions {
     int32_t setValue = 1;
 };
 
-// Replaces the 1s of a 0/1 byte image by `value`.
-void scaleMask(tag_pxImage *image, int32_t value) {
-    uint8_t **rows = reinterpret_cast<uint8_t **>(image->pixMap[0]);
+// Replaces the 1s of a 0/1 image of the threshold and morphology types by `value`.
+template <typename Pixel> void replaceOnes(tag_pxImage *image, double value) {
+    Pixel **rows = reinterpret_cast<Pixel **>(image->pixMap[0]);
     for (int32_t y = 0; y < image->height; ++y) {
-        std::replace(rows[y], rows[y] + image->width, uint8_t{1}, static_cast<uint8_t>(value));
+        std::replace(rows[y], rows[y] + image->width, Pixel(1), static_cast<Pixel>(value));
     }
 }
 
+void setOnesTo(tag_pxImage *image, double value) {
+    const double limit = image->type == UBYTE ? 255.0 : 65535.0;
+    if ((image->type == UBYTE || image->type == SHORT) && !(value >= 0.0 && value <= limit)) {
+        throw Error("--set-value must lie in 0.." + number(limit) + " for " + pixelTypeName(image->type) +
+                    " images");
+    }
+    switch (image->type) {
+    case UBYTE:
+        return replaceOnes<uint8_t>(image, value);
+    case SHORT:
+        return replaceOnes<uint16_t>(image, value);
+    case FLOAT:
+        return replaceOnes<float>(image, value);
+    default:
+        return replaceOnes<double>(image, value);
+    }
+}
+
+// A 0/1 byte mask of an image of any type: every non-zero pixel is set.
+ImagePtr maskOf(const std::string &path) {
+    ImagePtr values = loadImage(path, DOUBLE);
+    ImagePtr mask = newImage(UBYTE, values->width, values->height);
+    double *const *from = reinterpret_cast<double *const *>(values->pixMap[0]);
+    uint8_t **to = reinterpret_cast<uint8_t **>(mask->pixMap[0]);
+    for (int32_t y = 0; y < mask->height; ++y) {
+        for (int32_t x = 0; x < mask->width; ++x) {
+            to[y][x] = from[y][x] != 0.0 ? 1 : 0;
+        }
+    }
+    return mask;
+}
+
 void runMorph(const MorphOptions &options, bool dilate) {
-    ImagePtr image = loadImage(options.io.input, UBYTE);
-    // Any non-zero pixel is set: the morphology counts 0/1 pixels.
-    require(pxImageThresh2Binary(image.get(), 1.0), "cannot binarise the mask");
+    ImagePtr image = maskOf(options.io.input);
     ImagePtr result = newImageLike(image.get());
     if (dilate) {
         require(pxImageDilate(image.get(), options.radius, result.get()), "dilation failed");
     } else {
         require(pxImageErode(image.get(), options.radius, result.get()), "erosion failed");
     }
-    scaleMask(result.get(), options.setValue);
+    setOnesTo(result.get(), options.setValue);
     saveResult(result.get(), options.io);
 }
 
@@ -177,6 +214,7 @@ struct ThresholdOptions {
     FilterIo io;
     double level = 0.0;
     bool upper = false;
+    double setValue = 1.0;
 };
 
 void runThreshold(const ThresholdOptions &options) {
@@ -187,6 +225,7 @@ void runThreshold(const ThresholdOptions &options) {
         require(pxImageThreshUpper(image.get(), options.level), "threshold failed");
     } else {
         require(pxImageThresh2Binary(image.get(), options.level), "threshold failed");
+        setOnesTo(image.get(), options.setValue);
     }
     saveResult(image.get(), options.io);
 }
@@ -268,12 +307,6 @@ struct Measurement {
     double maximum = 0.0;
     std::vector<uint32_t> histogram; // bins + 1 counters; the last holds the pixels equal to the maximum
 };
-
-std::string number(double value) {
-    char text[32];
-    std::snprintf(text, sizeof text, "%.6g", value);
-    return text;
-}
 
 Measurement measure(const tag_pxImage *image, const tag_pxImage *flowY, const double corner1[2],
                     const double corner2[2], int32_t bins) {
@@ -474,6 +507,10 @@ void addPointOperations(CLI::App *filter) {
     addIo(thresh, threshold->io);
     thresh->add_option("--level", threshold->level, "threshold")->required();
     thresh->add_flag("--upper", threshold->upper, "clear only the pixels below the level");
+    thresh
+        ->add_option("--set-value", threshold->setValue,
+                     "value written for pixels at or above the level (default 1; 255 to view as PNG)")
+        ->excludes("--upper");
     thresh->callback([threshold] { runThreshold(*threshold); });
 
     auto negate = std::make_shared<NegateOptions>();
