@@ -1,8 +1,137 @@
-// Container subcommands of pximg (container write, container read).
+// Container subcommands of pximg: `container write` stores a synthetic grab (one frame per image of the
+// grab type) with the container's naming and encodings; `container read` reads a grab back, lists its files
+// and prints the container's XML form.
+#include <filesystem>
+#include <iostream>
+#include <memory>
+
+#include "PxImageContainer.h"
+#include "pxEnvPath.h"
 #include "pximgCommands.h"
 
 namespace pximg {
 
-void addContainerCommands(CLI::App &) {}
+namespace {
+
+// Options shared by both subcommands.
+struct GrabOptions {
+    std::string directory;
+    int32_t grabType = 1;
+    uint32_t tile = 0;
+    std::vector<uint32_t> sets;
+    int32_t width = 320;
+    int32_t height = 240;
+    uint32_t seed = 1;
+};
+
+// A container that tells the tool the names and kind words it uses.
+class ListedContainer : public PxImageContainer {
+  public:
+    explicit ListedContainer(const GrabOptions &options) {
+        const uint32_t set0 = options.sets.size() > 0 ? options.sets[0] : 0;
+        const uint32_t set1 = options.sets.size() > 1 ? options.sets[1] : 0;
+        const uint32_t set2 = options.sets.size() > 2 ? options.sets[2] : 0;
+        SetPrefix(options.tile, static_cast<PxGrabType>(options.grabType), set0, set1, set2);
+        SetDir(wide(options.directory));
+    }
+    size_t imageCount() const { return static_cast<size_t>(numImages()); }
+    // The file of slot i that Read takes: the current name, or the older one when that file is missing.
+    std::u16string fileOf(size_t i, bool &older) const {
+        char16_t name[NameCapacity];
+        if (!MakeFullImageName(GetDir().c_str(), i, name))
+            throw Error("the file name of image " + std::to_string(i) + " is too long");
+        older = !PxFileExist(name);
+        if (older && !MakeFullOldImageName(GetDir().c_str(), i, name))
+            throw Error("the older file name of image " + std::to_string(i) + " is too long");
+        return name;
+    }
+    std::string kindOf(size_t i, bool older) const {
+        const int e = static_cast<int>(i / 3);
+        return PxTextToUtf8(older ? oldKindWord(GetType(), e) : kindWord(GetType(), e));
+    }
+
+  private:
+    static std::u16string wide(const std::string &path) {
+        const std::vector<uint16_t> text = utf16Path(path);
+        return std::u16string(text.begin(), text.end() - 1);
+    }
+};
+
+// The last part of a name built with '\' or '/' separators.
+std::string baseName(const std::string &name) {
+    const size_t slash = name.find_last_of("\\/");
+    return slash == std::string::npos ? name : name.substr(slash + 1);
+}
+
+// One line per image: file name, kind word, encoding in the file, size and file size.
+void listImages(const ListedContainer &container, const std::string &directory, std::ostream &out) {
+    for (size_t i = 0; i < container.GetCount(); ++i) {
+        bool older = false;
+        const std::string name = PxTextToUtf8(container.fileOf(i, older).c_str());
+        std::string version;
+        int32_t stored = 0;
+        const std::string path = directory + "/" + baseName(name);
+        ImagePtr header = readHeaderBlock(path, version, stored);
+        const bool encoded = stored == CBIT || stored == CSHORT || stored == SHORT12;
+        out << baseName(name) << "  " << container.kindOf(i, older) << "  " << (encoded ? "" : "plain ")
+            << pixelTypeName(stored) << "  " << header->width << " x " << header->height << "  "
+            << std::filesystem::file_size(path) << " bytes" << (older ? "  (older name)" : "") << '\n';
+    }
+}
+
+void runWrite(const GrabOptions &options) {
+    ListedContainer container(options);
+    for (size_t i = 0; i < container.imageCount(); ++i)
+        container.Add(synthesizeFrame(options.width, options.height, options.seed + uint32_t(i)).release());
+    if (!container.Write())
+        throw libraryFailure(options.directory + ": cannot write the grab");
+    std::cout << "wrote " << container.GetCount() << " images of grab type " << options.grabType << ", tile "
+              << options.tile << '\n';
+    listImages(container, options.directory, std::cout);
+}
+
+void runRead(const GrabOptions &options) {
+    ListedContainer container(options);
+    if (!container.Read())
+        throw libraryFailure(options.directory + ": cannot read the grab");
+    std::cout << "read " << container.GetCount() << " images of grab type " << options.grabType << ", tile "
+              << options.tile << '\n';
+    listImages(container, options.directory, std::cout);
+    const std::u16string xml = container.toXMLString();
+    std::cout << PxTextToUtf8(xml.c_str()) << '\n';
+}
+
+// Adds the options both subcommands take.
+void addGrabOptions(CLI::App *command, GrabOptions &options) {
+    command->add_option("DIR", options.directory, "directory of the grab's image files")->required();
+    command->add_option("--grab-type", options.grabType, "grab type 1..55 (default 1)")
+        ->check(CLI::Range(1, 55));
+    command->add_option("--tile", options.tile, "tile number (default 0)");
+    command->add_option("--set", options.sets, "set numbers of exposures 0, 1, 2 (default 0)")
+        ->expected(1, 3);
+}
+
+} // namespace
+
+void addContainerCommands(CLI::App &app) {
+    CLI::App *container = app.add_subcommand("container", "write or read the images of one grab");
+    container->require_subcommand(1);
+
+    auto writeOptions = std::make_shared<GrabOptions>();
+    CLI::App *write =
+        container->add_subcommand("write", "write a synthetic grab with the container's naming");
+    addGrabOptions(write, *writeOptions);
+    write->add_option("--width", writeOptions->width, "frame width (default 320)")
+        ->check(CLI::Range(1, 9999));
+    write->add_option("--height", writeOptions->height, "frame height (default 240)")
+        ->check(CLI::Range(1, 9999));
+    write->add_option("--seed", writeOptions->seed, "seed of the first frame (default 1)");
+    write->callback([writeOptions] { runWrite(*writeOptions); });
+
+    auto readOptions = std::make_shared<GrabOptions>();
+    CLI::App *read = container->add_subcommand("read", "read a grab, list its files and print its XML form");
+    addGrabOptions(read, *readOptions);
+    read->callback([readOptions] { runRead(*readOptions); });
+}
 
 } // namespace pximg
