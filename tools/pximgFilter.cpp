@@ -308,9 +308,55 @@ struct Measurement {
     std::vector<uint32_t> histogram; // bins + 1 counters; the last holds the pixels equal to the maximum
 };
 
+// The rectangle between two corners: columns x0..x1-1, rows y0..y1-1.
+struct Rect {
+    int32_t x0, y0, x1, y1;
+};
+
+Rect rectOf(const double corner1[2], const double corner2[2]) {
+    return {static_cast<int32_t>(std::min(corner1[0], corner2[0])),
+            static_cast<int32_t>(std::min(corner1[1], corner2[1])),
+            static_cast<int32_t>(std::max(corner1[0], corner2[0])),
+            static_cast<int32_t>(std::max(corner1[1], corner2[1]))};
+}
+
+bool inside(const double corner1[2], const double corner2[2], const tag_pxImage *image) {
+    auto within = [](double v, int32_t limit) { return v >= 0.0 && v <= limit; };
+    return image == nullptr || (within(corner1[0], image->width) && within(corner2[0], image->width) &&
+                                within(corner1[1], image->height) && within(corner2[1], image->height));
+}
+
+// Range of the measured values (the pixel, or the vector length) of the region of DOUBLE images, NaNs
+// skipped, so that the histogram spans the region itself; the library's automatic range would start from
+// the image's first pixel. Leaves lo and hi at 0 (automatic range) when the corners are refused or the
+// region holds no number.
+void regionRange(const tag_pxImage *image, const tag_pxImage *flowY, const double corner1[2],
+                 const double corner2[2], double &lo, double &hi) {
+    if (!inside(corner1, corner2, image) || !inside(corner1, corner2, flowY)) {
+        return;
+    }
+    const Rect r = rectOf(corner1, corner2);
+    double *const *xs = reinterpret_cast<double *const *>(image->pixMap[0]);
+    double *const *ys = flowY != nullptr ? reinterpret_cast<double *const *>(flowY->pixMap[0]) : nullptr;
+    bool found = false;
+    for (int32_t y = r.y0; y < r.y1; ++y) {
+        for (int32_t x = r.x0; x < r.x1; ++x) {
+            const double v = ys != nullptr ? std::sqrt(xs[y][x] * xs[y][x] + ys[y][x] * ys[y][x]) : xs[y][x];
+            if (!std::isnan(v)) {
+                lo = found ? std::min(lo, v) : v;
+                hi = found ? std::max(hi, v) : v;
+                found = true;
+            }
+        }
+    }
+}
+
 Measurement measure(const tag_pxImage *image, const tag_pxImage *flowY, const double corner1[2],
-                    const double corner2[2], int32_t bins) {
+                    const double corner2[2], int32_t bins, bool ownRange) {
     Measurement m;
+    if (ownRange && bins >= 1) {
+        regionRange(image, flowY, corner1, corner2, m.minimum, m.maximum);
+    }
     m.histogram.assign(static_cast<size_t>(bins) + 1, 0);
     const uint32_t ok =
         flowY != nullptr ? pxImageGetAvarageFlowNorm(image, flowY, corner1, corner2, bins, m.histogram.data(),
@@ -426,14 +472,11 @@ void runStats(const StatsOptions &options) {
         corner2[0] = options.region[2];
         corner2[1] = options.region[3];
     }
-    const Measurement m = measure(image.get(), flowY.get(), corner1, corner2, options.bins);
-    const int32_t x0 = static_cast<int32_t>(std::min(corner1[0], corner2[0]));
-    const int32_t x1 = static_cast<int32_t>(std::max(corner1[0], corner2[0]));
-    const int32_t y0 = static_cast<int32_t>(std::min(corner1[1], corner2[1]));
-    const int32_t y1 = static_cast<int32_t>(std::max(corner1[1], corner2[1]));
+    const Measurement m = measure(image.get(), flowY.get(), corner1, corner2, options.bins, !options.raw);
+    const Rect r = rectOf(corner1, corner2);
     std::printf("measured    %s\n", flowY ? "vector length sqrt(x^2 + y^2)" : "pixel value");
-    std::printf("region      columns %d..%d, rows %d..%d (%d x %d)\n", x0, x1 - 1, y0, y1 - 1, x1 - x0,
-                y1 - y0);
+    std::printf("region      columns %d..%d, rows %d..%d (%d x %d)\n", r.x0, r.x1 - 1, r.y0, r.y1 - 1,
+                r.x1 - r.x0, r.y1 - r.y0);
     std::printf("count       %d\n", m.count);
     std::printf("mean        %s\n", number(m.mean).c_str());
     std::printf("std dev     %s\n", number(m.stdDev).c_str());
