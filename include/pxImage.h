@@ -134,7 +134,8 @@ PXIMAGE_API uint32_t pxImagePixMapConstruct(int32_t type, int32_t width, int32_t
 PXIMAGE_API uint32_t pxImagePixMapDestruct(pxImagePixMap *map, int32_t type, int32_t border);
 
 /* Applies the region of interest: mode 0 nothing, 1 zeroes everything outside it (border untouched),
- * 2 cuts every plane to it (new size and origin, border 0). O(pixels). Mode above 2 fails. */
+ * 2 cuts every plane to it (new size and origin; the margin of the new planes is zero-filled). O(pixels).
+ * Mode above 2 fails. */
 PXIMAGE_API uint32_t pxImageCutByROI(tag_pxImage *image, uint32_t mode);
 
 /* ==== Pixel conversion ==================================================================================== */
@@ -309,13 +310,14 @@ PXIMAGE_API uint32_t pxImageErode(const tag_pxImage *source, int32_t radius, tag
  * pixel type. O(pixels). Always 1. */
 PXIMAGE_API uint32_t pxImageOperationsNegate(tag_pxImage *image);
 
-/* Replaces every 32-bit float of plane 0 by 255.0f - value, whatever the pixel type. O(pixels). Always 1. */
+/* Replaces every 32-bit float of plane 0 by 255.0f - value, for any pixel type of at least 4 bytes; a
+ * narrower type (whose rows cannot hold width floats) is reported and left alone. O(pixels). Always 1. */
 PXIMAGE_API uint32_t pxImageOperationsNegateFloat(tag_pxImage *image);
 
 /* Weighted sum of two UBYTE images over rows 0..height-1 and columns 0..width-1: the output byte is the low
  * 8 bits of firstWeight * a + secondWeight * b (double precision) truncated toward zero, so results wrap
- * (300 gives 44, -1 gives 255). A height or width below 1 returns 1 at once. Refuses (0) an image that is
- * missing, not UBYTE or smaller than width x height. O(pixels). */
+ * (300 gives 44, -1 gives 255). A height or width below 1 returns 1 at once. An image that is missing, not
+ * UBYTE or smaller than width x height is reported as an error and nothing is written. O(pixels). Always 1. */
 PXIMAGE_API uint32_t pxImageCombine(const tag_pxImage *first, const tag_pxImage *second, double firstWeight,
                                     double secondWeight, int32_t width, int32_t height, tag_pxImage *output);
 

@@ -34,7 +34,7 @@ uint32_t pxImageCombine(const tag_pxImage *first, const tag_pxImage *second, dou
         !holdsBytes(output, width, height)) {
         PX_ERROR(kModule, PX_ERR_INVALID_ARGUMENT, "Combination needs byte images of at least %d x %d pixels",
                  width, height);
-        return 0;
+        return 1; // reported and nothing written; the result stays 1 as for every call
     }
     for (int32_t y = 0; y < height; ++y) {
         const uint8_t *a = static_cast<const uint8_t *>(first->pixMap[0][y]);

