@@ -31,3 +31,10 @@ pximg(convert ${WORK}/small.png ${WORK}/small-back.pxi)
 expect_same_file(${WORK}/small.pxi ${WORK}/small-back.pxi)
 pximg(info ${WORK}/small-back.pxi)
 expect_output("stored type +UBYTE \\(2\\)")
+
+# A path that is not ASCII reaches the library as UTF-16 and back.
+file(MAKE_DIRECTORY "${WORK}/Bilder-äöü")
+pximg(convert ${DEMO}/frame-short.pxi "${WORK}/Bilder-äöü/Aufnahme-µ.pxi")
+pximg(info "${WORK}/Bilder-äöü/Aufnahme-µ.pxi")
+expect_output("Aufnahme-µ.pxi")
+expect_same_file(${DEMO}/frame-short.pxi "${WORK}/Bilder-äöü/Aufnahme-µ.pxi")
