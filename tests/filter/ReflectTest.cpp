@@ -32,6 +32,18 @@ struct ReflectImage {
     // The whole plane, margin included, is one contiguous block starting at row -border, column -border.
     float *plane() const { return rows()[-image->border] - image->border; }
     std::vector<float> copyPlane() const { return std::vector<float>(plane(), plane() + planeSize()); }
+    // The plane as bytes, for any pixel type.
+    size_t pixelSize() const {
+        uint32_t size = 0;
+        pxImagePixelSize(image->type, &size);
+        return size;
+    }
+    unsigned char *planeBytes() const {
+        return static_cast<unsigned char *>(image->pixMap[0][-image->border]) - image->border * pixelSize();
+    }
+    std::vector<unsigned char> copyBytes() const {
+        return std::vector<unsigned char>(planeBytes(), planeBytes() + planeSize() * pixelSize());
+    }
     float at(int y, int x) const { return rows()[y][x]; }
     void setRow(int y, std::initializer_list<float> values) {
         int x = 0;
@@ -269,9 +281,7 @@ TEST(ReflectEdgeTest, FillWidthBelowOneFillsNothingButStillAveragesSharedEdges) 
 
 // A refused call reports one record and leaves the plane as it was.
 void expectRefused(ReflectImage &img, int n, int mode, int kind, uint32_t code, const std::string &text) {
-    std::vector<unsigned char> before(reinterpret_cast<unsigned char *>(img.plane()),
-                                      reinterpret_cast<unsigned char *>(img.plane()) +
-                                          img.planeSize() * (img.image->type == FLOAT ? 4 : 1));
+    const std::vector<unsigned char> before = img.copyBytes();
     pxtest::LogCapture log;
     EXPECT_EQ(0u, pxImageReflect(img.image, n, mode));
     ASSERT_EQ(1u, log.records().size());
@@ -281,7 +291,7 @@ void expectRefused(ReflectImage &img, int n, int mode, int kind, uint32_t code, 
     EXPECT_EQ(code, r.code);
     EXPECT_EQ("pxImageReflect", r.module);
     EXPECT_EQ(text, r.text);
-    EXPECT_EQ(0, std::memcmp(before.data(), img.plane(), before.size()));
+    EXPECT_EQ(before, img.copyBytes());
 }
 
 TEST(ReflectRefusalTest, ByteImageIsRefusedBeforeAnythingElse) {
