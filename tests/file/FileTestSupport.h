@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "pxEnv.h"
 #include "pxImage.h"
 
 namespace pxtest {
