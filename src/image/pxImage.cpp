@@ -28,6 +28,15 @@ bool borderIsValid(int32_t border) {
     return static_cast<uint32_t>(border) <= kMaxBorder;
 }
 
+// a + b and a - b in 32-bit two's complement: the record is public, so its fields may hold any values, and
+// their sums and differences wrap around instead of overflowing.
+int32_t wrappingSum(int32_t a, int32_t b) {
+    return static_cast<int32_t>(static_cast<uint32_t>(a) + static_cast<uint32_t>(b));
+}
+int32_t wrappingDifference(int32_t a, int32_t b) {
+    return static_cast<int32_t>(static_cast<uint32_t>(a) - static_cast<uint32_t>(b));
+}
+
 // Bytes per pixel of a type already known to be 0 or valid.
 size_t pixelSize(int32_t type) {
     return pxImagePixelSizeTable[type];
@@ -164,8 +173,8 @@ uint32_t cutToRoi(tag_pxImage *image) {
         if (!cutPlane(image, plane))
             return 0;
     }
-    image->origX += image->roiminX;
-    image->origY += image->roiminY;
+    image->origX = wrappingSum(image->origX, image->roiminX);
+    image->origY = wrappingSum(image->origY, image->roiminY);
     image->width = image->roimaxX - image->roiminX;
     image->height = image->roimaxY - image->roiminY;
     image->roiminX = 0;
@@ -353,8 +362,8 @@ uint32_t pxImagePixelSize(int32_t type, uint32_t *size) {
 uint32_t pxImageGetROI(const tag_pxImage *image, int32_t roi[4]) {
     roi[0] = image->roiminX;
     roi[1] = image->roiminY;
-    roi[2] = image->roimaxX - image->roiminX;
-    roi[3] = image->roimaxY - image->roiminY;
+    roi[2] = wrappingDifference(image->roimaxX, image->roiminX);
+    roi[3] = wrappingDifference(image->roimaxY, image->roiminY);
     return 1;
 }
 

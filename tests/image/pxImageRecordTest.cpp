@@ -381,6 +381,21 @@ TEST(pxImageGetROI, GivesXYWidthHeight) {
     EXPECT_EQ(roi[3], 2);
 }
 
+TEST(pxImageGetROI, ExtremeFieldsWrapAroundLikeThirtyTwoBitArithmetic) {
+    // The record is public: a caller may store any values; the size is their 32-bit difference.
+    tag_pxImage image{};
+    image.roiminX = -1;
+    image.roimaxX = INT32_MAX;
+    image.roiminY = 1;
+    image.roimaxY = INT32_MIN;
+    int32_t roi[4] = {};
+    EXPECT_EQ(pxImageGetROI(&image, roi), 1u);
+    EXPECT_EQ(roi[0], -1);
+    EXPECT_EQ(roi[1], 1);
+    EXPECT_EQ(roi[2], INT32_MIN);
+    EXPECT_EQ(roi[3], INT32_MAX);
+}
+
 namespace {
 
 // Tries a ROI on a width x height header and returns the result; on failure checks that nothing changed
@@ -568,6 +583,18 @@ TEST(pxImageCutByROI, CutFromAnOriginAtZeroAndAZeroedMargin) {
             EXPECT_EQ(rows[y][x], expected) << y << " " << x;
         }
     }
+}
+
+TEST(pxImageCutByROI, CutOriginWrapsAroundLikeThirtyTwoBitArithmetic) {
+    ImageGuard g;
+    ASSERT_EQ(pxImageConstruct(UBYTE, 8, 4, 0, 1, &g.image), 1u);
+    g.image->origX = INT32_MAX;
+    g.image->origY = INT32_MAX - 1;
+    const int32_t roi[4] = {2, 1, 4, 2};
+    ASSERT_EQ(pxImageSetROI(g.image, roi), 1u);
+    ASSERT_EQ(pxImageCutByROI(g.image, 2), 1u);
+    EXPECT_EQ(g.image->origX, INT32_MIN + 1);
+    EXPECT_EQ(g.image->origY, INT32_MAX);
 }
 
 TEST(pxImageCutByROI, FullImageRoiChangesNothingInEitherMode) {
