@@ -500,6 +500,14 @@ TEST(pxImagePixMapConvertCopy, ChecksEachArgument) {
                   0u);
         expectErrorChain(log, "pxImage", c.text, 0);
     }
+    // Either type is checked before the size and the borders.
+    for (int32_t srcType : {int32_t{9}, int32_t{FLOAT}}) {
+        LogCapture log;
+        EXPECT_EQ(pxImagePixMapConvertCopy(src.image->pixMap[0], 0, 10000, srcType, 1000, -1, 0,
+                                           srcType == 9 ? FLOAT : 9, &target),
+                  0u);
+        expectErrorChain(log, "pxImage", "Invalid image type", 0);
+    }
 }
 
 TEST(pxImagePixMapConvertCopy, AFailingRowIsTracedAndEndsTheCopy) {
@@ -591,6 +599,20 @@ TEST(pxImageConvertCopy, FileEncodingsCannotBeConverted) {
         }
     }
     EXPECT_EQ(pxEnvLiveAllocations(), baseline);
+}
+
+TEST(pxImageConvertCopy, AFileEncodingIsCopiedAsItIsToItsOwnType) {
+    // Equal types take the block copy, which needs no conversion kind.
+    for (int32_t encoding : {int32_t{CSHORT}, int32_t{SHORT12}}) {
+        Owned src, copy;
+        ASSERT_EQ(pxImageConstruct(encoding, 3, 2, 0, 1, &src.image), 1u);
+        rowsOf<uint16_t>(src.image)[1][2] = 0xBEEF;
+        LogCapture log;
+        ASSERT_EQ(pxImageConvertCopy(src.image, 0, -1, &copy.image), 1u);
+        EXPECT_TRUE(log.records().empty());
+        EXPECT_EQ(copy.image->type, encoding);
+        EXPECT_EQ(rowsOf<uint16_t>(copy.image)[1][2], 0xBEEF);
+    }
 }
 
 TEST(pxImageConvertCopy, InvalidNewTypeFails) {

@@ -81,6 +81,20 @@ INSTANTIATE_TEST_SUITE_P(
                       BadShape{9, 5, 5, 0, 1, "Invalid image type"},
                       BadShape{-1, 5, 5, 0, 1, "Invalid image type"}));
 
+TEST(pxImageConstruct, TheTypeIsCheckedBeforeTheShape) {
+    for (const BadShape &s :
+         {BadShape{9, 10000, 0, 1000, 0, "Invalid image type"}, BadShape{FLOAT, 0, 10000, 1000, 10, "txt"}}) {
+        tag_pxImage *image = nullptr;
+        LogCapture log;
+        EXPECT_EQ(pxImageConstruct(s.type, s.width, s.height, s.border, s.planes, &image), 0u);
+        expectErrorChain(log, "pxImage", s.text, 2);
+    }
+    LogCapture log;
+    pxImagePixMap map = nullptr;
+    EXPECT_EQ(pxImagePixMapConstruct(-1, 0, 0, -1, &map), 0u);
+    expectErrorChain(log, "pxImage", "Invalid image type", 0);
+}
+
 TEST(pxImageConstruct, LargestShapeIsAcceptedByTheChecks) {
     LogCapture log;
     tag_pxImage *image = nullptr;
