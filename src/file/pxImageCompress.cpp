@@ -22,21 +22,26 @@ struct Settings {
 bool settingsRead = false;
 Settings settings;
 
-// Reads the nine settings on the first call; absent keys take their defaults.
-const Settings &currentSettings() {
-    if (!settingsRead) {
-        pxEnvGetParam2int("pxImageCFLSDiffLow", 128, &settings.diffLow);
-        pxEnvGetParam2int("pxImageCFLSDiffHigh", 4, &settings.diffHigh);
-        pxEnvGetParam2int("pxImageCFLSBLAddOn", 800, &settings.blAddOn);
-        pxEnvGetParam2float("pxImageCFLSBLfactor", 1.05f, &settings.blFactor);
-        pxEnvGetParam2float("pxImageCFLSprotectWidth", 4.0f, &settings.protectWidth);
-        pxEnvGetParam2float("pxImageCFLSratioTh", 2.0f, &settings.ratioTh);
-        pxEnvGetParam2int("pxImageCFLSratioWidth", 1, &settings.ratioWidth);
-        pxEnvGetParam2int("pxImageCFLSmaxProtectWidth", 80, &settings.maxProtectWidth);
-        pxEnvGetParam2int("pxImageCFLSprotectionMethod", 3, &settings.protectionMethod);
-        settingsRead = true;
-    }
-    return settings;
+// Reads the nine settings on the first call and keeps them; absent keys take their defaults. A key that is
+// present but does not parse fails the read (and the call that needed it); it is read again next time.
+const Settings *currentSettings() {
+    if (settingsRead)
+        return &settings;
+    Settings s;
+    const bool ok = pxEnvGetParam2int("pxImageCFLSDiffLow", 128, &s.diffLow) &&
+                    pxEnvGetParam2int("pxImageCFLSDiffHigh", 4, &s.diffHigh) &&
+                    pxEnvGetParam2int("pxImageCFLSBLAddOn", 800, &s.blAddOn) &&
+                    pxEnvGetParam2float("pxImageCFLSBLfactor", 1.05f, &s.blFactor) &&
+                    pxEnvGetParam2float("pxImageCFLSprotectWidth", 4.0f, &s.protectWidth) &&
+                    pxEnvGetParam2float("pxImageCFLSratioTh", 2.0f, &s.ratioTh) &&
+                    pxEnvGetParam2int("pxImageCFLSratioWidth", 1, &s.ratioWidth) &&
+                    pxEnvGetParam2int("pxImageCFLSmaxProtectWidth", 80, &s.maxProtectWidth) &&
+                    pxEnvGetParam2int("pxImageCFLSprotectionMethod", 3, &s.protectionMethod);
+    if (!ok)
+        return nullptr;
+    settings = s;
+    settingsRead = true;
+    return &settings;
 }
 
 // The image as rows over the caller's contiguous buffer.
@@ -197,7 +202,12 @@ void pxImageCompressResetSettings() {
 
 uint32_t pxImageCompressShort(uint16_t *pixels, int32_t width, int32_t height, uint16_t **words,
                               uint32_t *count) {
-    const Settings &s = currentSettings();
+    const Settings *settingsInUse = currentSettings();
+    if (!settingsInUse) {
+        PX_TRACE(MODULE);
+        return 0;
+    }
+    const Settings &s = *settingsInUse;
     const uint64_t n = (uint64_t)width * (uint64_t)height;
     const uint64_t limit = (3 * n) / 4;
     if (!pxMallocNoInit(reinterpret_cast<void **>(words), (limit + 2) * sizeof(uint16_t))) {

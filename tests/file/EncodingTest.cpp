@@ -204,6 +204,27 @@ TEST_F(CompressorSettings, FewerThanHundredPixelsUseBaselineAddOn) {
     EXPECT_EQ(2u, singleOutlierPairs(10, 5, 700, 704));
 }
 
+// A setting that is present but does not parse fails the compression before anything is allocated; the
+// settings are read again on the next call, so a corrected value works.
+TEST_F(CompressorSettings, UnparsableSettingFailsTheCall) {
+    tag_pxImage *image = makeImage<uint16_t>(SHORT, 12, 10, [](int, int) { return 102; });
+    set("pxImageCFLSratioTh", "two");
+    TempFile file("badsetting");
+    {
+        LogCapture log;
+        const long live = pxEnvLiveAllocations();
+        EXPECT_EQ(0u, pxImageWrite(file.name(), CSHORT, image));
+        EXPECT_EQ(live, pxEnvLiveAllocations());
+        EXPECT_TRUE(log.messages().empty());
+        ASSERT_FALSE(log.records().empty());
+        EXPECT_EQ("pxImageCompress", log.records().front().module);
+        EXPECT_EQ(1, log.records().front().level);
+    }
+    set("pxImageCFLSratioTh", "2.0");
+    EXPECT_EQ(1u, pxImageWrite(file.name(), CSHORT, image));
+    pxImageDestruct(&image);
+}
+
 TEST_F(CompressorSettings, RunsStopAt65534) {
     tag_pxImage *image = makeImage<uint16_t>(SHORT, 7000, 10, [](int, int) { return 102; });
     const auto pairs = cshortPairs(image);
