@@ -427,6 +427,30 @@ TEST(pxImagePixMapConvertCopy, FloatToShortWithTheTransform) {
     EXPECT_EQ(rowsOf<uint16_t>(dst.image)[2][3], 0);
 }
 
+TEST(pxImagePixMapConvertCopy, TheTransformCoversTheWholeCopiedMargin) {
+    // Source border 2, target border 1: rows -1..height and columns -1..width are scaled, nothing beyond.
+    Owned shorts, floats, back;
+    ASSERT_EQ(pxImageConstruct(SHORT, 3, 2, 2, 1, &shorts.image), 1u);
+    ASSERT_EQ(pxImageConstruct(FLOAT, 3, 2, 1, 1, &floats.image), 1u);
+    ASSERT_EQ(pxImageConstruct(SHORT, 3, 2, 1, 1, &back.image), 1u);
+    fillRamp<uint16_t>(shorts.image, 0, 30000.0);
+    ASSERT_EQ(pxImagePixMapConvertCopy(shorts.image->pixMap[0], 3, 2, SHORT, 2, 1, 1, FLOAT,
+                                       &floats.image->pixMap[0]),
+              1u);
+    const float inverse = static_cast<float>(0.0038912287126899835);
+    for (int y = -1; y < 3; ++y)
+        for (int x = -1; x < 4; ++x)
+            EXPECT_EQ(rowsOf<float>(floats.image)[y][x], static_cast<float>(30000 + 100 * y + x) * inverse)
+                << y << " " << x;
+    ASSERT_EQ(pxImagePixMapConvertCopy(floats.image->pixMap[0], 3, 2, FLOAT, 1, 1, 1, SHORT,
+                                       &back.image->pixMap[0]),
+              1u);
+    // The round trip through single precision comes back to the value.
+    for (int y = -1; y < 3; ++y)
+        for (int x = -1; x < 4; ++x)
+            EXPECT_EQ(rowsOf<uint16_t>(back.image)[y][x], 30000 + 100 * y + x) << y << " " << x;
+}
+
 TEST(pxImagePixMapConvertCopy, ShortToFloatWithTheTransform) {
     Owned src, dst;
     ASSERT_EQ(pxImageConstruct(SHORT, 2, 2, 0, 1, &src.image), 1u);
