@@ -308,13 +308,15 @@ int32_t windowLast(int32_t centre, int32_t half, int32_t size) {
     return centre + half > size - 1 ? size - 1 : centre + half;
 }
 
-// Extreme of each clipped row segment [x - half, x + half] of one row, taken left to right.
+// Extreme of each clipped row segment [x - half, x + half] of one row, taken left to right. Offsets of
+// `width` or more reach no pixel of the row, so the offsets stop there whatever the window.
 template <typename T, Extreme E> void rowSegmentExtremes(const T *src, T *out, int32_t width, int32_t half) {
     const T start = searchStart<T, E>();
     for (int32_t x = 0; x < width; ++x) {
         out[x] = start;
     }
-    for (int32_t k = -half; k <= half; ++k) {
+    const int32_t reach = half < width - 1 ? half : width - 1;
+    for (int32_t k = -reach; k <= reach; ++k) {
         const int32_t first = k < 0 ? -k : 0;
         const int32_t end = k > 0 ? width - k : width;
         for (int32_t x = first; x < end; ++x) {

@@ -190,6 +190,25 @@ TEST(BoxExtreme, WindowLargerThanTheImageGivesTheGlobalMinimum) {
             EXPECT_EQ(least, out.at<float>(y, x));
 }
 
+// The largest windows cost no more than one as wide as the image: every window holds the whole image.
+TEST(BoxExtreme, LargestWindowsGiveTheGlobalExtremes) {
+    TestImage src(FLOAT, 6, 40, 0);
+    TestImage low(FLOAT, 6, 40, 0), high(FLOAT, 6, 40, 0), low2(FLOAT, 6, 40, 0), range(FLOAT, 6, 40, 0);
+    fillSpecial(src, 21);
+    const int n = std::numeric_limits<int32_t>::max();
+    ASSERT_EQ(1u, pxImageBoxMin(src.get(), n, low.get()));
+    ASSERT_EQ(1u, pxImageBoxMax(src.get(), n, high.get()));
+    ASSERT_EQ(1u, pxImageBoxMinAndRange(src.get(), n, low2.get(), range.get()));
+    const Search s = directSearch(src, 0, 0, 99, 6, 40);
+    for (int y = 0; y < 40; ++y)
+        for (int x = 0; x < 6; ++x) {
+            ASSERT_TRUE(boxtest::sameBits(s.low, low.at<float>(y, x)));
+            ASSERT_TRUE(boxtest::sameBits(s.high, high.at<float>(y, x)));
+            ASSERT_TRUE(boxtest::sameBits(s.low, low2.at<float>(y, x)));
+            ASSERT_TRUE(boxtest::sameBits(s.high - s.low, range.at<float>(y, x)));
+        }
+}
+
 // In place the direct search reads pixels it has already written; that order is kept.
 TEST(BoxExtreme, InPlaceFollowsTheDirectSearch) {
     TestImage image(FLOAT, 13, 11, 0);
