@@ -558,10 +558,11 @@ template <typename T> struct SumY {
     }
 };
 
-// Checks common to both sum passes after the window test; true when the pass may run.
+// Checks common to both sum passes after the window test; true when the pass may run. A type without
+// sums reads and writes nothing, so it is always accepted.
 bool sumPassAccepted(const tag_pxImage *source, int32_t n, const tag_pxImage *destination) {
-    return regionInside(source) && regionInside(destination) && n / 2 >= 0 &&
-           (!isSumType(source->type) || destination->type == source->type);
+    return !isSumType(source->type) || (regionInside(source) && regionInside(destination) && n / 2 >= 0 &&
+                                        destination->type == source->type);
 }
 
 template <template <typename> class Kernel>

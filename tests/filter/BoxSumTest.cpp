@@ -402,6 +402,12 @@ TEST(BoxSumRefusals, PassesLeaveOtherTypesAloneAndSucceed) {
         EXPECT_EQ(1u, pxImageBlockSumY(src.get(), 3, dst.get()));
         EXPECT_TRUE(log.records().empty());
         EXPECT_EQ(before, dst.storage());
+        // Nothing is read or written, so neither a region outside the image nor a negative window matters.
+        src.setRegion(3, 3, 6, 6);
+        EXPECT_EQ(1u, pxImageBlockSumX(src.get(), -5, dst.get()));
+        EXPECT_EQ(1u, pxImageBlockSumY(src.get(), -5, dst.get()));
+        EXPECT_TRUE(log.records().empty());
+        EXPECT_EQ(before, dst.storage());
     }
 }
 
