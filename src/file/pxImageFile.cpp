@@ -32,6 +32,15 @@ bool readPlanes(FILE *file, int32_t storedType, uint32_t roiMode, tag_pxImage *i
     return true;
 }
 
+// Undoes a failed read: destroys the planes built so far and clears their entries, then the header. A record
+// reused for the read and still referenced elsewhere keeps no address of freed pixels, so its holders can
+// destroy it later without freeing them twice.
+void discardRead(tag_pxImage **image) {
+    for (int32_t p = 0; p < (*image)->planes; ++p)
+        pxImagePixMapDestruct(&(*image)->pixMap[p], (*image)->type, (*image)->border);
+    pxImageHeaderDestruct(image);
+}
+
 // An image file ends exactly after its last plane.
 bool atEndOfFile(FILE *file) {
     if (fgetc(file) != EOF) {
@@ -98,7 +107,7 @@ uint32_t readImage(const uint16_t *fileName, int32_t type, int32_t border, uint3
         ok = false;
     }
     if (!ok) {
-        pxImageDestruct(image);
+        discardRead(image);
         PX_TRACE(MODULE);
         return 0;
     }

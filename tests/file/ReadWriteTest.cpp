@@ -321,6 +321,34 @@ TEST(ReadWrite, ReadToImageReusesTheRecord) {
     pxImageDestruct(&image);
 }
 
+TEST(ReadWrite, FailedReadIntoAReferencedRecordLeavesNoFreedPixels) {
+    TempFile file("reuse_fail");
+    tag_pxImage *image = patterned(UBYTE, 4, 4, 0, 2);
+    ASSERT_EQ(1u, pxImageWrite(file.name(), 0, image));
+    std::vector<uint8_t> bytes = readBytes(file.path());
+    bytes.push_back(0);
+    writeBytes(file.path(), bytes);
+    tag_pxImage *target = patterned(UBYTE, 3, 3, 0, 1);
+    pxImageAddRef(target);
+    pxImageDestruct(&target);
+    tag_pxImage *const record = target;
+    const long live = pxEnvLiveAllocations();
+    {
+        LogCapture log;
+        EXPECT_EQ(0u, pxImageReadToImage(file.name(), 0, 0, &target));
+        EXPECT_TRUE(log.has(5, 0xC43D0003u, "pxImageFile", "Image file has data after the last plane"));
+        EXPECT_FALSE(log.has(5, 0u, "pxImage", "Destruct referenced image"));
+    }
+    ASSERT_EQ(record, target) << "the referenced record stays with its holders";
+    EXPECT_EQ(live, pxEnvLiveAllocations());
+    for (int p = 0; p < 9; ++p)
+        EXPECT_EQ(nullptr, target->pixMap[p]) << p;
+    EXPECT_EQ(0, pxImageReleaseRef(target));
+    pxImageDestruct(&target); // frees the record once, and no pixels twice
+    EXPECT_EQ(nullptr, target);
+    pxImageDestruct(&image);
+}
+
 TEST(ReadWrite, MissingFileIsAFileError) {
     TempFile missing("missing");
     tag_pxImage *back = nullptr;
