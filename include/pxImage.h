@@ -196,8 +196,9 @@ PXIMAGE_API uint32_t pxImageRead(const uint16_t *fileName, int32_t type, int32_t
 
 /* As pxImageRead, but a record already held in *image is reused for the new header (its refCount kept; its
  * pixel maps must have been destroyed by the caller); a null *image gets a new record. O(pixels). On
- * failure a reused record is left unchanged when the file or its header block could not be read, and is
- * destroyed with pxImageDestruct (freed and nulled when unreferenced) once its header was rebuilt. */
+ * failure a reused record is left unchanged when the file or its header block could not be read; once its
+ * header was rebuilt, the planes read are destroyed (their entries cleared) and the record is freed and
+ * nulled when unreferenced, else kept for its holders. */
 PXIMAGE_API uint32_t pxImageReadToImage(const uint16_t *fileName, int32_t type, int32_t border,
                                         tag_pxImage **image);
 
