@@ -463,6 +463,50 @@ TEST(HeaderBlockWriter, WarningsComeInTableOrder) {
     pxImageDestruct(&image);
 }
 
+// Two images that together break all fourteen rules (three pairs of rules exclude each other); each logs its
+// warnings in table order, with the image's values.
+TEST(HeaderBlockWriter, AllFourteenWarningsInTableOrder) {
+    tag_pxImage *first = writerImage();
+    first->roiminY = -1, first->roimaxY = 9, first->roiminX = -1, first->roimaxX = 11;
+    first->origWidth = -2, first->origHeight = -7, first->origX = -4, first->origY = -5;
+    tag_pxImage *second = writerImage();
+    second->roiminY = 5, second->roimaxY = 5, second->roiminX = 7, second->roimaxX = 2;
+    second->origWidth = 10001, second->origHeight = 20000;
+    const std::vector<std::vector<std::string>> expected = {
+        {"negative Image->roiminY -1", "Image->roimaxY > Image->height (9 > 8)", "negative Image->roiminX -1",
+         "Image->roimaxX > Image->width (11 > 10)", "negative Image->origWidth -2",
+         "negative Image->origHeight -7", "negative Image->origX -4",
+         "Image->origX + Image->width > Image->origWidth (-4+10 > -2)", "negative Image->origY -5",
+         "Image->origY + Image->height > Image->origHeight (-5+8 > -7)"},
+        {"Image->roiminY >= Image->roimaxY (5 >= 5)", "Image->roiminX >= Image->roimaxX (7 >= 2)",
+         "Image->origWidth > pxImage_MAX_SIZE (10001 > 10000)",
+         "Image->origHeight > pxImage_MAX_SIZE (20000 > 10000)"}};
+    tag_pxImage *images[2] = {first, second};
+    for (int i = 0; i < 2; ++i) {
+        const WrittenBlock w = writeAndCapture(images[i], "all_warnings");
+        ASSERT_EQ(expected[i].size(), w.warnings.size());
+        for (size_t k = 0; k < w.warnings.size(); ++k) {
+            EXPECT_EQ(expected[i][k], w.warnings[k].text);
+            EXPECT_EQ(4, w.warnings[k].level);
+            EXPECT_EQ(PXENV_LOG_F, w.warnings[k].kind);
+            EXPECT_EQ(HEADER_MODULE, w.warnings[k].module);
+        }
+    }
+    const WrittenBlock corrected = writeAndCapture(first, "all_warnings_block");
+    EXPECT_EQ(0, leU16(corrected.bytes, 16)) << "roiminY";
+    EXPECT_EQ(8, leU16(corrected.bytes, 18)) << "roimaxY";
+    EXPECT_EQ(0, leU16(corrected.bytes, 12)) << "roiminX";
+    EXPECT_EQ(10, leU16(corrected.bytes, 14)) << "roimaxX";
+    EXPECT_EQ(0, leU16(corrected.bytes, 20)) << "origX";
+    EXPECT_EQ(0, leU16(corrected.bytes, 22)) << "origY";
+    EXPECT_EQ(0, leU16(corrected.bytes, 24)) << "origWidth";
+    EXPECT_EQ(0, leU16(corrected.bytes, 26)) << "origHeight";
+    EXPECT_EQ(-1, first->roiminY) << "the image keeps its values";
+    EXPECT_EQ(-7, first->origHeight);
+    pxImageDestruct(&first);
+    pxImageDestruct(&second);
+}
+
 TEST(HeaderBlockWriter, OrigWidth10001ReadsBackAs10000) {
     tag_pxImage *image = writerImage();
     image->origWidth = 10001;
