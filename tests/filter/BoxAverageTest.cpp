@@ -3,6 +3,7 @@
 // interior, and the failure chains.
 #include <algorithm>
 #include <cfloat>
+#include <cmath>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -75,6 +76,69 @@ TEST(BoxNormalize, EvenWindowKeepsItsDivisors) {
     EXPECT_EQ(1.0f, image.at<float>(0, 0)); // corner pixels beyond the first step stay unscaled
     EXPECT_EQ(1.0f, image.at<float>(0, 1));
     EXPECT_EQ(1.0f, image.at<float>(7, 6));
+}
+
+// The normalisation as stated, on a plane whose margin is wide enough for every pixel it reaches: the
+// interior, then for k = 1..half the top and bottom band rows and in every interior row the left and right
+// band columns, then the corners while n - k > half. A pixel reached twice is multiplied twice, in this
+// order.
+void modelNormalize(const TestImage &image, int n) {
+    const int half = n / 2;
+    const int top = image->roiminY + half;
+    const int bottom = image->roimaxY - half - 1;
+    const int left = image->roiminX + half;
+    const int right = image->roimaxX - half - 1;
+    auto px = [&](int y, int x) -> float & { return image.at<float>(y, x); };
+    const float inner = 1.0f / static_cast<float>(n * n);
+    for (int y = top; y <= bottom; ++y)
+        for (int x = left; x <= right; ++x)
+            px(y, x) *= inner;
+    for (int k = 1; k <= half; ++k) {
+        const float factor = 1.0f / static_cast<float>(n * n - k * n);
+        for (int x = left; x <= right; ++x)
+            px(top - k, x) *= factor;
+        for (int x = left; x <= right; ++x)
+            px(bottom + k, x) *= factor;
+        for (int y = top; y <= bottom; ++y) {
+            px(y, left - k) *= factor;
+            px(y, right + k) *= factor;
+        }
+    }
+    for (int ka = 1; n - ka > half; ++ka)
+        for (int kb = 1; n - kb > half; ++kb) {
+            const float factor = 1.0f / static_cast<float>((n - ka) * (n - kb));
+            px(top - ka, left - kb) *= factor;
+            px(bottom + ka, left - kb) *= factor;
+            px(top - ka, right + kb) *= factor;
+            px(bottom + ka, right + kb) *= factor;
+        }
+}
+
+// Odd and even windows, regions narrower and shorter than the window (pixels scaled twice, pixels outside
+// the region scaled), and negative and zero windows: the same bits as the stated order.
+TEST(BoxNormalize, FollowsTheStatedOrderBitForBit) {
+    uint32_t seed = 900;
+    for (int n : {-4, -3, 0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11}) {
+        for (int w : {1, 2, 3, 5, 8, 13}) {
+            for (int h : {1, 2, 4, 7, 12}) {
+                TestImage image(FLOAT, w + 2, h + 3, 12);
+                TestImage model(FLOAT, w + 2, h + 3, 12);
+                boxtest::fillRandom(image, seed);
+                boxtest::fillRandom(model, seed++);
+                image.setRegion(1, 2, w, h);
+                model.setRegion(1, 2, w, h);
+                ASSERT_EQ(1u, pxImageBoxNormalize(image.get(), n));
+                modelNormalize(model, n);
+                for (int y = -12; y < h + 15; ++y)
+                    for (int x = -12; x < w + 14; ++x) {
+                        const float a = model.at<float>(y, x);
+                        const float b = image.at<float>(y, x);
+                        ASSERT_TRUE(boxtest::sameBits(a, b) || (std::isnan(a) && std::isnan(b)))
+                            << "n " << n << " region " << w << "x" << h << " at " << x << "," << y;
+                    }
+            }
+        }
+    }
 }
 
 // Windows larger than the region scale pixels outside it, but never anything outside the plane.

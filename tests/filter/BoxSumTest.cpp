@@ -3,7 +3,11 @@
 // images, the wrap-around of byte and 16-bit sums, the pixel beyond the region that an even window reads,
 // every refusal with its trace and every allocation failure.
 #include <algorithm>
+#include <cmath>
 #include <cstring>
+#include <limits>
+#include <random>
+#include <type_traits>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -175,42 +179,179 @@ TEST(BoxSumPass, EvenWindowAtTheLastStoredRowAddsZero) {
     EXPECT_EQ(22 + 23 + 24, dst.at<uint8_t>(2, 3));
 }
 
-// The fast kernels and their references agree bit for bit on random real values at odd sizes.
+// Values on which the order of float additions shows: small and large magnitudes side by side, signed
+// zeros, and with `specials` infinities and NaN.
+template <typename T> void fillHard(const TestImage &image, uint32_t seed, bool specials) {
+    std::mt19937 rng(seed);
+    const T picks[] = {T(1e30), T(-1e30), T(16777216), T(-0.0), T(0.0), T(0.1), T(-3e7), T(1)};
+    const int b = image->border;
+    for (int y = -b; y < image->height + b; ++y)
+        for (int x = -b; x < image->width + b; ++x) {
+            T v = rng() % 2 ? std::uniform_real_distribution<T>(-1.0, 1.0)(rng) * T(rng() % 3 ? 1 : 1e9)
+                            : picks[rng() % 8];
+            if (specials && rng() % 40 == 0)
+                v = rng() % 2 ? std::numeric_limits<T>::quiet_NaN() : -std::numeric_limits<T>::infinity();
+            image.at<T>(y, x) = v;
+        }
+}
+
+// Same bits, or NaN in both (the payload of a NaN is not a result).
+template <typename T>::testing::AssertionResult samePlanes(const TestImage &a, const TestImage &b) {
+    const int bd = a->border;
+    for (int y = -bd; y < a->height + bd; ++y)
+        for (int x = -bd; x < a->width + bd; ++x) {
+            const T u = a.at<T>(y, x);
+            const T v = b.at<T>(y, x);
+            if (!boxtest::sameBits(u, v) && !(std::isnan(u) && std::isnan(v)))
+                return ::testing::AssertionFailure() << "at " << x << "," << y << ": " << u << " vs " << v;
+        }
+    return ::testing::AssertionSuccess();
+}
+
+// The row pass as its definition states it: s = 0, `half` additions, half + 1 growing outputs, then
+// s += (in - out) while pixels come in, then s -= out up to the end of the destination region.
+template <typename T> void modelSumX(const TestImage &src, int n, const TestImage &dst) {
+    const int half = n / 2;
+    for (int y = src->roiminY; y < src->roimaxY; ++y) {
+        const int row = dst->roiminY + (y - src->roiminY);
+        int p = src->roiminX;
+        int q = src->roiminX;
+        int w = dst->roiminX;
+        T s = 0;
+        for (int k = 0; k < half; ++k)
+            s += src.at<T>(y, p++);
+        for (int k = 0; k <= half; ++k) {
+            s += src.at<T>(y, p++);
+            dst.at<T>(row, w++) = s;
+        }
+        while (p < src->roimaxX) {
+            s += src.at<T>(y, p++) - src.at<T>(y, q++);
+            dst.at<T>(row, w++) = s;
+        }
+        while (w < dst->roimaxX) {
+            s -= src.at<T>(y, q++);
+            dst.at<T>(row, w++) = s;
+        }
+    }
+}
+
+// The column pass as stated: the first row cleared and given rows 0..half, then every row from the one
+// above: out[j - 1] + in (growing), out[j - 1] + in - old (full), out[j - 1] - old (shrinking).
+template <typename T> void modelSumY(const TestImage &src, int n, const TestImage &dst) {
+    const int half = n / 2;
+    const int width = src->roimaxX - src->roiminX;
+    auto in = [&](int r, int x) { return src.at<T>(src->roiminY + r, src->roiminX + x); };
+    auto out = [&](int j, int x) -> T & { return dst.at<T>(dst->roiminY + j, dst->roiminX + x); };
+    for (int x = 0; x < width; ++x)
+        out(0, x) = 0;
+    for (int r = 0; r <= half; ++r)
+        for (int x = 0; x < width; ++x)
+            out(0, x) += in(r, x);
+    int j = 1;
+    int next = half + 1;
+    int old = 0;
+    for (int k = 0; k < half; ++k, ++j, ++next)
+        for (int x = 0; x < width; ++x)
+            out(j, x) = out(j - 1, x) + in(next, x);
+    for (; src->roiminY + next < src->roimaxY; ++j, ++next, ++old)
+        for (int x = 0; x < width; ++x)
+            out(j, x) = out(j - 1, x) + in(next, x) - in(old, x);
+    for (; dst->roiminY + j < dst->roimaxY; ++j, ++old)
+        for (int x = 0; x < width; ++x)
+            out(j, x) = out(j - 1, x) - in(old, x);
+}
+
+// The exported passes give the bits of the stated order of additions, with values where any other order
+// rounds differently; the even window reads the margin pixel right of (below) the region.
+template <typename T> void expectStatedOrder(int32_t type) {
+    uint32_t seed = 500;
+    for (int n : {1, 2, 3, 4, 5, 7, 8, 11, 12}) {
+        for (bool specials : {false, true}) {
+            for (bool alongX : {true, false}) {
+                TestImage src(type, 21, 19, 1);
+                TestImage dst(type, 25, 23, 1);
+                TestImage model(type, 25, 23, 1);
+                fillHard<T>(src, seed++, specials);
+                fillHard<T>(dst, seed, specials);
+                fillHard<T>(model, seed++, specials);
+                const int w = alongX ? std::max(n, 12) : 13;
+                const int h = alongX ? 11 : std::max(n, 12);
+                src.setRegion(21 - w, 19 - h, w, h); // up to the image's edge: the margin is read
+                dst.setRegion(2, 3, w, h);
+                model.setRegion(2, 3, w, h);
+                ASSERT_EQ(1u, alongX ? pxImageBlockSumX(src.get(), n, dst.get())
+                                     : pxImageBlockSumY(src.get(), n, dst.get()));
+                alongX ? modelSumX<T>(src, n, model) : modelSumY<T>(src, n, model);
+                ASSERT_TRUE(samePlanes<T>(model, dst))
+                    << "n " << n << " x " << alongX << " specials " << specials;
+            }
+        }
+    }
+}
+
+TEST(BoxSumPass, FloatSumsFollowTheStatedOrderOfAdditions) {
+    expectStatedOrder<float>(FLOAT);
+    expectStatedOrder<double>(DOUBLE);
+}
+
+// The fast kernels and their references agree bit for bit at odd sizes: on random values, and for the
+// float types also on values where the order of additions shows, with NaN and infinities; with regions
+// inside the image, ending at its edge with a margin beyond, and ending at the edge of a plane without
+// margin (the even window then reads the next stored row, or 0 past the last one).
+template <typename T> void fillForKernels(const TestImage &image, uint32_t seed, bool hard) {
+    if constexpr (std::is_floating_point_v<T>) {
+        if (hard) {
+            fillHard<T>(image, seed, true);
+            return;
+        }
+    }
+    boxtest::fillRandom(image, seed);
+}
+
 template <typename T> void expectKernelsAgree(int32_t type) {
     uint32_t seed = 7;
+    const bool real = type == FLOAT || type == DOUBLE;
     for (int width : {1, 2, 7, 13, 31}) {
         for (int height : {1, 3, 9, 17, 21}) {
             for (int n : {1, 2, 3, 4, 5, 6, 7, 9, 13, 30, 31}) {
                 for (bool alongX : {true, false}) {
-                    if ((alongX ? width : height) < n) {
-                        continue;
+                    for (int edge : {0, 1, 2}) {
+                        for (bool hard : {false, true}) {
+                            if ((alongX ? width : height) < n || (hard && !real)) {
+                                continue;
+                            }
+                            TestImage src(type, width + 3, height + 2, edge == 2 ? 0 : 1);
+                            TestImage fast(type, width + 1, height + 4, 2);
+                            TestImage reference(type, width + 1, height + 4, 2);
+                            fillForKernels<T>(src, seed++, hard);
+                            fillForKernels<T>(fast, seed, hard);
+                            fillForKernels<T>(reference, seed++, hard);
+                            const int srcX = edge == 0 ? 2 : 3;
+                            const int srcY = edge == 0 ? 1 : 2;
+                            const pxbox::SumPass pass{
+                                {src->pixMap[0], src->width, src->height, src->border},
+                                srcX,
+                                srcY,
+                                {fast->pixMap[0], fast->width, fast->height, fast->border},
+                                1,
+                                3,
+                                width,
+                                height,
+                                n / 2};
+                            pxbox::SumPass ref = pass;
+                            ref.dst.map = reference->pixMap[0];
+                            if (alongX) {
+                                pxbox::blockSumXFast<T>(pass);
+                                pxbox::blockSumXReference<T>(ref);
+                            } else {
+                                pxbox::blockSumYFast<T>(pass);
+                                pxbox::blockSumYReference<T>(ref);
+                            }
+                            ASSERT_TRUE(samePlanes<T>(reference, fast))
+                                << "type " << type << " " << width << "x" << height << " n " << n << " x "
+                                << alongX << " edge " << edge << " hard " << hard;
+                        }
                     }
-                    TestImage src(type, width + 3, height + 2, 1);
-                    TestImage fast(type, width + 1, height + 4, 2);
-                    TestImage reference(type, width + 1, height + 4, 2);
-                    boxtest::fillRandom(src, seed++);
-                    boxtest::fillRandom(fast, seed);
-                    boxtest::fillRandom(reference, seed++);
-                    const pxbox::SumPass pass{{src->pixMap[0], src->width, src->height, src->border},
-                                              2,
-                                              1,
-                                              {fast->pixMap[0], fast->width, fast->height, fast->border},
-                                              1,
-                                              3,
-                                              width,
-                                              height,
-                                              n / 2};
-                    pxbox::SumPass ref = pass;
-                    ref.dst.map = reference->pixMap[0];
-                    if (alongX) {
-                        pxbox::blockSumXFast<T>(pass);
-                        pxbox::blockSumXReference<T>(ref);
-                    } else {
-                        pxbox::blockSumYFast<T>(pass);
-                        pxbox::blockSumYReference<T>(ref);
-                    }
-                    ASSERT_EQ(reference.storage(), fast.storage())
-                        << "type " << type << " " << width << "x" << height << " n " << n << " x " << alongX;
                 }
             }
         }
@@ -290,6 +431,19 @@ TEST(BoxSums, OneWideWindowCopiesTheRegion) {
         ASSERT_EQ(1u, pxImageBoxSums(src.get(), 1, dst.get()));
         EXPECT_EQ(src.storage(), dst.storage());
     }
+}
+
+// The running sums start from +0, so the one-pixel "copy" turns a negative zero into a positive one.
+TEST(BoxSums, OneWideWindowStartsFromPositiveZero) {
+    TestImage src(FLOAT, 3, 2, 0);
+    TestImage dst(FLOAT, 3, 2, 0);
+    for (int y = 0; y < 2; ++y)
+        for (int x = 0; x < 3; ++x)
+            src.at<float>(y, x) = -0.0f;
+    ASSERT_EQ(1u, pxImageBoxSums(src.get(), 1, dst.get()));
+    for (int y = 0; y < 2; ++y)
+        for (int x = 0; x < 3; ++x)
+            EXPECT_TRUE(boxtest::sameBits(0.0f, dst.at<float>(y, x))) << x << "," << y;
 }
 
 TEST(BoxSums, ByteSumsWrap) {
