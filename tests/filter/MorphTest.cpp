@@ -97,6 +97,22 @@ TEST(Morph, ErodingAllOnesClearsABandAlongTheRegionEdges) {
             EXPECT_EQ((y > 0 && y < 5 && x > 0 && x < 7) ? 1 : 0, dst.at<uint8_t>(y, x));
 }
 
+// The band follows the region of interest, not the image: inside an all-ones image with a smaller region
+// only the region's inner pixels stay set; destination pixels outside its region held 0 and stay 0.
+TEST(Morph, ErodingAllOnesClearsABandInsideTheRegionOfInterest) {
+    TestImage src(UBYTE, 9, 8, 0);
+    TestImage dst(UBYTE, 9, 8, 0);
+    for (int y = 0; y < 8; ++y)
+        for (int x = 0; x < 9; ++x)
+            src.at<uint8_t>(y, x) = 1;
+    src.setRegion(2, 1, 6, 5);
+    dst.setRegion(2, 1, 6, 5);
+    ASSERT_EQ(1u, pxImageErode(src.get(), 1, dst.get()));
+    for (int y = 0; y < 8; ++y)
+        for (int x = 0; x < 9; ++x)
+            EXPECT_EQ((y >= 2 && y <= 4 && x >= 3 && x <= 6) ? 1 : 0, dst.at<uint8_t>(y, x)) << x << "," << y;
+}
+
 TEST(Morph, RadiusZeroCopies) {
     for (bool erode : {false, true}) {
         TestImage src(UBYTE, 9, 7, 0);
