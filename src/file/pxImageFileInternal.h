@@ -35,7 +35,7 @@ uint32_t pxImageFileHeaderWrite(FILE *file, int32_t type, const tag_pxImage *ima
 
 // Checks, before anything is allocated, that a file stored plainly (any type but CBIT, CSHORT, SHORT12) holds
 // at least planes x width x height pixels of the stored type after the current position. O(1). Result 1,
-// or 0 with an invalid-argument error when the file is too short.
+// or 0 with a file input/output error (as the short read would give) when the file is too short.
 uint32_t pxImagePixDataCheckLength(FILE *file, int32_t storedType, const tag_pxImage *header);
 
 // Reads one plane of the stored type into a new pixel map of the header's type (CBIT as UBYTE, CSHORT and

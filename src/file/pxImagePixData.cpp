@@ -330,7 +330,7 @@ uint32_t pxImagePixDataCheckLength(FILE *file, int32_t storedType, const tag_pxI
     const uint64_t needed =
         pixelBytes(storedType, (uint64_t)header->planes * (uint64_t)header->width * (uint64_t)header->height);
     if (bytes < needed) {
-        PX_ERROR(MODULE, PX_ERR_INVALID_ARGUMENT, "Image data truncated (%llu of %llu bytes)",
+        PX_ERROR(MODULE, PX_ERR_FILE_IO, "Image data truncated (%llu of %llu bytes)",
                  (unsigned long long)bytes, (unsigned long long)needed);
         return 0;
     }

@@ -292,7 +292,8 @@ TEST(ReadWrite, TruncatedPlainDataFailsBeforeAllocating) {
         tag_pxImage *back = nullptr;
         LogCapture log;
         EXPECT_EQ(0u, pxImageReadWithROI(file.name(), 0, 0, mode, &back));
-        EXPECT_TRUE(log.has(5, 0xC43D0003u, "pxImagePixData", "Image data truncated (17 of 18 bytes)"));
+        // The short read that would follow is a file input/output failure: same code.
+        EXPECT_TRUE(log.has(5, 0xC43D0031u, "pxImagePixData", "Image data truncated (17 of 18 bytes)"));
     }
     pxImageDestruct(&image);
 }
