@@ -53,6 +53,27 @@ void checkImage(const tag_pxImage *image) {
             abort();
 }
 
+// Reads into a record that another holder still references, as the image container does. A failed read
+// must leave that record without pixel maps, so that the holder's last destroy frees nothing twice.
+void readIntoReferencedRecord(const uint16_t *name) {
+    tag_pxImage *record = nullptr;
+    if (!pxImageCreateEmpty(&record))
+        return;
+    pxImageAddRef(record);
+    tag_pxImage *image = record;
+    if (pxImageReadToImage(name, 0, 0, &image)) {
+        checkImage(image);
+    } else {
+        if (image != record)
+            abort();
+        for (pxImagePixMap map : record->pixMap)
+            if (map != nullptr)
+                abort();
+    }
+    pxImageReleaseRef(record);
+    pxImageDestruct(&record);
+}
+
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
@@ -75,6 +96,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     tag_pxImage *image = nullptr;
     if (pxImageRead(name, 0, 0, &image))
         pxImageDestruct(&image);
+    readIntoReferencedRecord(name);
     if (pxEnvLiveAllocations() != live)
         abort();
     return 0;
