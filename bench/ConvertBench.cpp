@@ -36,10 +36,10 @@ struct BenchImage {
     size_t bytes() const { return mat.total() * mat.elemSize(); }
 };
 
-// Source pixels: a spread of values over the type's useful range.
+// Source pixels: a spread of values over the type's useful range (floating types: -100..66000).
 void fillSource(BenchImage &source) {
     cv::RNG rng(12345);
-    if (source.mat.depth() == CV_32F)
+    if (source.mat.depth() == CV_32F || source.mat.depth() == CV_64F)
         rng.fill(source.mat, cv::RNG::UNIFORM, -100.0, 66000.0);
     else if (source.mat.depth() == CV_16U)
         rng.fill(source.mat, cv::RNG::UNIFORM, 0, 65536);
@@ -55,6 +55,11 @@ struct Pair {
 constexpr Pair kShortToFloat{SHORT, FLOAT, CV_16U, CV_32F};
 constexpr Pair kFloatToShort{FLOAT, SHORT, CV_32F, CV_16U};
 constexpr Pair kUbyteToFloat{UBYTE, FLOAT, CV_8U, CV_32F};
+constexpr Pair kFloatToUbyte{FLOAT, UBYTE, CV_32F, CV_8U};
+constexpr Pair kFloatToInt{FLOAT, INT, CV_32F, CV_32S};
+constexpr Pair kDoubleToInt{DOUBLE, INT, CV_64F, CV_32S};
+constexpr Pair kDoubleToShort{DOUBLE, SHORT, CV_64F, CV_16U};
+constexpr Pair kDoubleToUbyte{DOUBLE, UBYTE, CV_64F, CV_8U};
 
 // Our row converter, one call per row.
 void oursRows(benchmark::State &state, Pair pair) {
@@ -128,3 +133,15 @@ BENCHMARK_CAPTURE(openCv, ShortToFloatTransform, kShortToFloat, 1.0 / kScale);
 BENCHMARK_CAPTURE(oursRows, UbyteToFloat, kUbyteToFloat);
 BENCHMARK_CAPTURE(openCv, UbyteToFloat, kUbyteToFloat, 1.0);
 BENCHMARK_CAPTURE(memcpyBytes, UbyteToFloat, kUbyteToFloat);
+
+BENCHMARK_CAPTURE(oursRows, FloatToUbyte, kFloatToUbyte);
+BENCHMARK_CAPTURE(openCv, FloatToUbyte, kFloatToUbyte, 1.0);
+BENCHMARK_CAPTURE(oursRows, FloatToInt, kFloatToInt);
+BENCHMARK_CAPTURE(openCv, FloatToInt, kFloatToInt, 1.0);
+
+BENCHMARK_CAPTURE(oursRows, DoubleToInt, kDoubleToInt);
+BENCHMARK_CAPTURE(openCv, DoubleToInt, kDoubleToInt, 1.0);
+BENCHMARK_CAPTURE(oursRows, DoubleToShort, kDoubleToShort);
+BENCHMARK_CAPTURE(openCv, DoubleToShort, kDoubleToShort, 1.0);
+BENCHMARK_CAPTURE(oursRows, DoubleToUbyte, kDoubleToUbyte);
+BENCHMARK_CAPTURE(openCv, DoubleToUbyte, kDoubleToUbyte, 1.0);
