@@ -118,6 +118,13 @@ std::u16string decimalText(uint32_t value) {
     return std::u16string(digits.begin(), digits.end());
 }
 
+// The tile as the directory naming prints it, a signed decimal ("%d"): tiles above 2^31 - 1 come out
+// negative.
+std::u16string signedDecimalText(uint32_t value) {
+    const std::string digits = std::to_string(static_cast<int32_t>(value));
+    return std::u16string(digits.begin(), digits.end());
+}
+
 } // namespace
 
 // ---- Construction and ownership ---------------------------------------------------------------------------
@@ -355,7 +362,7 @@ void PxImageContainer::freeInstance() {
 
 bool PxImageContainer::MakeDirName(int mode, const char16_t *dir, char16_t *output, size_t capacity) const {
     const char16_t *base = dir ? dir : directory.c_str();
-    const std::u16string tilePart = decimalText(tile);
+    const std::u16string tilePart = signedDecimalText(tile);
     return PxMakePath(base, mode == 1 ? tilePart.c_str() : nullptr, output, capacity);
 }
 

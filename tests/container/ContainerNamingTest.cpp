@@ -110,4 +110,15 @@ TEST_F(ContainerNaming, DirectoryNames) {
     EXPECT_FALSE(c.MakeDirName(1, u"given", out, 7));
 }
 
+TEST_F(ContainerNaming, DirectoryNameOfATileAboveTheSignedRangeIsPrintedSigned) {
+    TestContainer c;
+    c.SetID(4294967295u);
+    char16_t out[64];
+    ASSERT_TRUE(c.MakeDirName(1, u"g", out, 64));
+    EXPECT_EQ(u"g\\-1", std::u16string(out));
+    c.SetID(2147483648u);
+    ASSERT_TRUE(c.MakeDirName(1, u"g", out, 64));
+    EXPECT_EQ(u"g\\-2147483648", std::u16string(out));
+}
+
 } // namespace
