@@ -44,6 +44,19 @@ const Settings *currentSettings() {
     return &settings;
 }
 
+// Truncates a setting-derived value toward zero; values beyond +-2^62 saturate and NaN gives 0, so that
+// extreme settings cannot make the conversion undefined (the regions they widen are clipped to the image).
+int64_t truncateSaturated(double value) {
+    constexpr double LIMIT = 4611686018427387904.0; // 2^62
+    if (!(value == value))
+        return 0;
+    if (value > LIMIT)
+        return (int64_t)LIMIT;
+    if (value < -LIMIT)
+        return -(int64_t)LIMIT;
+    return (int64_t)value;
+}
+
 // The image as rows over the caller's contiguous buffer.
 struct Plane {
     uint16_t *pixels;
@@ -111,7 +124,7 @@ void protectBright(const Plane &plane, int64_t mark) {
 // neighbourhood as in method 1.
 void protectEdgesOfRow(const Plane &plane, int64_t y, const Settings &s, int64_t mark, bool bright) {
     const int64_t reach = s.ratioWidth < 0 ? 0 : s.ratioWidth;
-    const int64_t widen = (int64_t)s.protectWidth;
+    const int64_t widen = truncateSaturated(s.protectWidth);
     bool open = false;
     int64_t rise = 0;
     for (int64_t x = 5; x <= plane.width - 6; ++x) {
@@ -219,7 +232,7 @@ uint32_t pxImageCompressShort(uint16_t *pixels, int32_t width, int32_t height, u
         pxMallocFree(reinterpret_cast<void **>(words));
         return 0;
     }
-    const int64_t baseline = (int64_t)((float)q * s.blFactor) + s.blAddOn;
+    const int64_t baseline = truncateSaturated((float)q * s.blFactor) + s.blAddOn;
     protectPixels(Plane{pixels, width, height}, s, baseline + 4500);
     RunWriter out{*words, limit, 0};
     formRuns(pixels, n, baseline, s, out);

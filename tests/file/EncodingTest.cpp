@@ -225,6 +225,18 @@ TEST_F(CompressorSettings, UnparsableSettingFailsTheCall) {
     pxImageDestruct(&image);
 }
 
+// Extreme settings saturate instead of overflowing: a huge widening protects whole rows (clipped to the
+// image), a huge baseline factor merges everything below it coarsely, and the write still succeeds.
+TEST_F(CompressorSettings, ExtremeSettingsSaturate) {
+    set("pxImageCFLSprotectWidth", "1e30");
+    set("pxImageCFLSBLfactor", "1e30");
+    tag_pxImage *image =
+        makeImage<uint16_t>(SHORT, 40, 20, [](int x, int y) { return x == 20 && y == 10 ? 9000 : 100; });
+    TempFile file("extreme");
+    EXPECT_EQ(1u, pxImageWrite(file.name(), CSHORT, image));
+    pxImageDestruct(&image);
+}
+
 TEST_F(CompressorSettings, RunsStopAt65534) {
     tag_pxImage *image = makeImage<uint16_t>(SHORT, 7000, 10, [](int, int) { return 102; });
     const auto pairs = cshortPairs(image);
