@@ -225,15 +225,22 @@ TEST_F(CompressorSettings, UnparsableSettingFailsTheCall) {
     pxImageDestruct(&image);
 }
 
-// Extreme settings saturate instead of overflowing: a huge widening protects whole rows (clipped to the
-// image), a huge baseline factor merges everything below it coarsely, and the write still succeeds.
+// Extreme settings saturate instead of overflowing. A huge baseline factor lifts the baseline out of reach,
+// and the write succeeds; a huge widening protects the whole nine-row band around the bright pixel
+// (clipped to the image), every protected pixel opens a run, and the writer refuses the size cleanly.
 TEST_F(CompressorSettings, ExtremeSettingsSaturate) {
-    set("pxImageCFLSprotectWidth", "1e30");
-    set("pxImageCFLSBLfactor", "1e30");
     tag_pxImage *image =
         makeImage<uint16_t>(SHORT, 40, 20, [](int x, int y) { return x == 20 && y == 10 ? 9000 : 100; });
     TempFile file("extreme");
+    set("pxImageCFLSBLfactor", "1e30");
     EXPECT_EQ(1u, pxImageWrite(file.name(), CSHORT, image));
+    clear();
+    set("pxImageCFLSprotectWidth", "1e30");
+    LogCapture log;
+    EXPECT_EQ(0u, pxImageWrite(file.name(), CSHORT, image));
+    ASSERT_FALSE(log.messages().empty());
+    EXPECT_EQ(3, log.messages().front().level);
+    EXPECT_EQ(0u, log.messages().front().text.rfind("Images size is too large ", 0));
     pxImageDestruct(&image);
 }
 
