@@ -2,6 +2,11 @@
 // minimum, maximum and minimum-with-range over square windows.
 #include <cfloat>
 #include <cstdint>
+#include <type_traits>
+
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
 #include "pxImage.h"
 #include "pxImageBoxFilterInternal.h"
@@ -98,15 +103,120 @@ template <typename T, int lanes> void sumRowGroupX(const SumPass &pass, int32_t 
 // Rows worked side by side: enough independent sums to cover the latency of an addition.
 constexpr int kRowLanes = 8;
 
+#if defined(__SSE2__)
+// Vector steps of the wrapping row sums: 16 byte or 8 16-bit lanes, added and subtracted modulo the lane
+// width, with an in-register running sum (prefix) and the last lane copied to all lanes.
+template <typename T> struct WrapLanes;
+template <> struct WrapLanes<uint8_t> {
+    static constexpr int32_t count = 16;
+    static __m128i add(__m128i a, __m128i b) { return _mm_add_epi8(a, b); }
+    static __m128i sub(__m128i a, __m128i b) { return _mm_sub_epi8(a, b); }
+    static __m128i splat(uint8_t v) { return _mm_set1_epi8(static_cast<char>(v)); }
+    static __m128i prefix(__m128i v) {
+        v = add(v, _mm_slli_si128(v, 1));
+        v = add(v, _mm_slli_si128(v, 2));
+        v = add(v, _mm_slli_si128(v, 4));
+        return add(v, _mm_slli_si128(v, 8));
+    }
+    static __m128i splatLast(__m128i v) {
+        const __m128i pairs = _mm_unpackhi_epi8(v, v); // lane 15 twice in 16-bit lane 7
+        return _mm_unpackhi_epi64(_mm_shufflehi_epi16(pairs, 0xFF), _mm_shufflehi_epi16(pairs, 0xFF));
+    }
+};
+template <> struct WrapLanes<uint16_t> {
+    static constexpr int32_t count = 8;
+    static __m128i add(__m128i a, __m128i b) { return _mm_add_epi16(a, b); }
+    static __m128i sub(__m128i a, __m128i b) { return _mm_sub_epi16(a, b); }
+    static __m128i splat(uint16_t v) { return _mm_set1_epi16(static_cast<short>(v)); }
+    static __m128i prefix(__m128i v) {
+        v = add(v, _mm_slli_si128(v, 2));
+        v = add(v, _mm_slli_si128(v, 4));
+        return add(v, _mm_slli_si128(v, 8));
+    }
+    static __m128i splatLast(__m128i v) {
+        const __m128i high = _mm_shufflehi_epi16(v, 0xFF);
+        return _mm_unpackhi_epi64(high, high);
+    }
+};
+
+// Full-window outputs [out, end) of a row: out[i] = out[i - 1] + (src[i + half] - src[i - half - 1]).
+// The differences of a vector of outputs are summed in the register and the running sum carried in, so
+// every output receives the same sum modulo the lane width as the step-by-step loop. Returns the first
+// output not written.
+template <typename T>
+int32_t slideWrappingVector(const T *src, T *dst, T &s, int32_t out, int32_t end, int32_t half) {
+    using L = WrapLanes<T>;
+    __m128i carry = L::splat(s);
+    for (; out + L::count <= end; out += L::count) {
+        const __m128i in = _mm_loadu_si128(reinterpret_cast<const __m128i *>(src + out + half));
+        const __m128i old = _mm_loadu_si128(reinterpret_cast<const __m128i *>(src + out - half - 1));
+        carry = L::add(L::prefix(L::sub(in, old)), carry);
+        _mm_storeu_si128(reinterpret_cast<__m128i *>(dst + out), carry);
+        carry = L::splatLast(carry);
+    }
+    s = static_cast<T>(_mm_cvtsi128_si32(carry));
+    return out;
+}
+#else
+template <typename T> int32_t slideWrappingVector(const T *, T *, T &, int32_t out, int32_t, int32_t) {
+    return out;
+}
+#endif
+
+// Wrapping running sums of one row of an integer type (sums modulo 2^8 or 2^16). Modular addition is
+// associative, so grouping the additions differently gives the same bits as the running sum.
+template <typename T> void sumRowWrapping(const T *src, T *dst, T beyond, int32_t width, int32_t half) {
+    T s = T(0);
+    int32_t p = 0;
+    for (; p < half; ++p) {
+        s += src[p];
+    }
+    int32_t out = 0;
+    for (; out <= half && p < width; ++p, ++out) {
+        s += src[p];
+        dst[out] = s;
+    }
+    if (out <= half) {
+        s += beyond;
+        dst[out++] = s;
+    }
+    const int32_t slideEnd = width - half; // outputs whose window lies inside the row
+    out = slideWrappingVector(src, dst, s, out, slideEnd, half);
+    for (; out < slideEnd; ++out) {
+        s += static_cast<T>(src[out + half] - src[out - half - 1]);
+        dst[out] = s;
+    }
+    for (; out < width; ++out) {
+        s -= src[out - half - 1];
+        dst[out] = s;
+    }
+}
+
+template <typename T> void sumRowsWrapping(const SumPass &pass) {
+    for (int32_t y = 0; y < pass.height; ++y) {
+        const T *src = rowOf<T>(pass.src.map, pass.srcY + y) + pass.srcX;
+        T *dst = rowOf<T>(pass.dst.map, pass.dstY + y) + pass.dstX;
+        T beyond = T(0);
+        if (2 * pass.half + 1 > pass.width) {
+            beyond = pixelBeyondRow<T>(pass.src, pass.srcY + y, pass.srcX + pass.width);
+        }
+        sumRowWrapping(src, dst, beyond, pass.width, pass.half);
+    }
+}
+
 } // namespace
 
 template <typename T> void blockSumXFast(const SumPass &pass) {
-    int32_t y = 0;
-    for (; y + kRowLanes <= pass.height; y += kRowLanes) {
-        sumRowGroupX<T, kRowLanes>(pass, y);
-    }
-    for (; y < pass.height; ++y) {
-        sumRowGroupX<T, 1>(pass, y);
+    if constexpr (std::is_integral_v<T>) {
+        sumRowsWrapping<T>(pass);
+    } else {
+        int32_t y = 0;
+        for (; y + kRowLanes <= pass.height; y += kRowLanes) {
+            sumRowGroupX<T, kRowLanes>(pass, y);
+        }
+        for (; y < pass.height; ++y) {
+            sumRowGroupX<T, 1>(pass, y);
+        }
     }
 }
 

@@ -31,7 +31,10 @@ struct SumPass {
 // half + 1 growing outputs, sliding outputs (s += in - out) and shrinking outputs (s -= out). When the
 // window is one wider than the region (even n equal to the region width) the last growing step reads the
 // pixel right of the region: the next pixel of the row's storage, else the first stored pixel of the next
-// storage row, else 0. The fast kernel runs several rows side by side, each with its own running sum.
+// storage row, else 0. For the floating types the fast kernel runs several rows side by side, each with
+// its own running sum in the same order of additions. For the integer types, whose sums wrap modulo 2^8
+// or 2^16 so that any grouping of the additions gives the same bits, it sums the differences
+// in - out of a vector of outputs in the register and carries the running sum in (SSE2 where available).
 template <typename T> void blockSumXFast(const SumPass &pass);
 template <typename T> void blockSumXReference(const SumPass &pass);
 

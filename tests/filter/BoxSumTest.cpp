@@ -365,6 +365,49 @@ TEST(BoxSumKernels, FastEqualsReferenceBitForBit) {
     expectKernelsAgree<double>(DOUBLE);
 }
 
+// Integer sums on rows wide enough for many vector steps: full-range random pixels (so the sums wrap), odd
+// and even windows up to the row width (an even window as wide as the row reads the pixel beyond it),
+// regions at several places of storage with and without margins.
+template <typename T> void expectWideRowsAgree(int32_t type) {
+    uint32_t seed = 11;
+    for (int width : {16, 17, 40, 100, 257, 1031}) {
+        for (int n : {1, 2, 3, 4, 5, 8, 15, 16, 17, 31, 32, 33, 63, 64, 100, 257, 1031}) {
+            for (int place : {0, 1, 2}) {
+                if (n > width) {
+                    continue;
+                }
+                const int border = place == 1 ? 3 : 0;
+                TestImage src(type, width + 2 * place, 5, border);
+                TestImage fast(type, width + 5, 6, 1);
+                TestImage reference(type, width + 5, 6, 1);
+                boxtest::fillRandom(src, seed++);
+                boxtest::fillRandom(fast, seed);
+                boxtest::fillRandom(reference, seed++);
+                const pxbox::SumPass pass{{src->pixMap[0], src->width, src->height, src->border},
+                                          place,
+                                          place == 2 ? 1 : 0,
+                                          {fast->pixMap[0], fast->width, fast->height, fast->border},
+                                          5 - place,
+                                          1,
+                                          width,
+                                          4,
+                                          n / 2};
+                pxbox::SumPass ref = pass;
+                ref.dst.map = reference->pixMap[0];
+                pxbox::blockSumXFast<T>(pass);
+                pxbox::blockSumXReference<T>(ref);
+                ASSERT_TRUE(samePlanes<T>(reference, fast))
+                    << "type " << type << " width " << width << " n " << n << " place " << place;
+            }
+        }
+    }
+}
+
+TEST(BoxSumKernels, WrappingRowSumsEqualReferenceOnWideRows) {
+    expectWideRowsAgree<uint8_t>(UBYTE);
+    expectWideRowsAgree<uint16_t>(SHORT);
+}
+
 // In place (one plane for source and destination) the step-by-step order is kept.
 TEST(BoxSumKernels, InPlacePassFollowsTheReferenceOrder) {
     for (bool alongX : {true, false}) {
