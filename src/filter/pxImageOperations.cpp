@@ -29,11 +29,15 @@ int32_t truncateTo32(double value) {
     return static_cast<int32_t>(value);
 }
 
-// Applies `rule` to every pixel of plane 0 (rows 0..height-1, columns 0..width-1).
+// Applies `rule` to every pixel of plane 0 (rows 0..height-1, columns 0..width-1). The sizes are read
+// once: byte stores may alias the record, and with them in registers the row loop vectorises.
 template <typename T, class Rule> void forEachPixel(tag_pxImage *image, Rule rule) {
-    for (int32_t y = 0; y < image->height; ++y) {
-        T *row = static_cast<T *>(image->pixMap[0][y]);
-        for (int32_t x = 0; x < image->width; ++x) {
+    void *const *rows = image->pixMap[0];
+    const int32_t width = image->width;
+    const int32_t height = image->height;
+    for (int32_t y = 0; y < height; ++y) {
+        T *row = static_cast<T *>(rows[y]);
+        for (int32_t x = 0; x < width; ++x) {
             row[x] = rule(row[x]);
         }
     }
