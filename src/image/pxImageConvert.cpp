@@ -6,6 +6,7 @@
 #include <cstring>
 #include <limits>
 
+#include "pxImageConvertKernels.h"
 #include "pxImageInternal.h"
 #include "pxImageLog.h"
 
@@ -40,14 +41,6 @@ int convertKind(int32_t srcType, int32_t dstType) {
     return kConvertKind[srcType][dstType];
 }
 
-// Rounds half away from zero and truncates to int32; a result outside the int32 range, and NaN, give
-// INT32_MIN (what the processor's truncating conversion yields). Branch-free so that loops vectorise.
-inline int32_t roundToInt32(double value) {
-    const double shifted = value + (value > 0.0 ? 0.5 : -0.5);
-    const bool inRange = (shifted > -2147483649.0) & (shifted < 2147483648.0);
-    return static_cast<int32_t>(inRange ? shifted : -2147483648.0);
-}
-
 // Clamps a 32-bit integer to [0, high].
 inline int32_t clampTo(int32_t value, int32_t high) {
     return std::min(std::max(value, 0), high);
@@ -67,62 +60,11 @@ template <typename S, typename D> void castLoop(const void *src, uint32_t count,
     convertLoop<S, D>(src, count, dst, [](S v) { return static_cast<D>(v); });
 }
 
-// Bit pattern of a float and back. For floats of one sign the patterns order like the values.
-inline int32_t bitsOf(float value) {
-    int32_t bits;
-    std::memcpy(&bits, &value, sizeof bits);
-    return bits;
-}
-inline float floatOf(int32_t bits) {
-    float value;
-    std::memcpy(&value, &bits, sizeof value);
-    return value;
-}
-
-constexpr int32_t kBitsTwoPow31 = 0x4F000000;                             // 2147483648.0f
-constexpr int32_t kBitsMinusTwoPow31 = static_cast<int32_t>(0xCF000000u); // -2147483648.0f
-
-// Rounds a value whose magnitude is below 2^31 half away from zero: the truncated integer plus the
-// remainder doubled and truncated (-1, 0 or 1). Both steps are exact, so no sum has to be formed.
-inline int32_t roundFloatInRange(float value) {
-    const int32_t whole = static_cast<int32_t>(value);
-    return whole + static_cast<int32_t>(2.0f * (value - static_cast<float>(whole)));
-}
-
-// A FLOAT rounded to INT, equal to roundToInt32((double)value): out of range and NaN give INT32_MIN. The
-// choice is made on bit patterns with masks, so the loop vectorises under strict floating-point rules.
-inline int32_t roundFloatToInt32(float value) {
-    const int32_t bits = bitsOf(value);
-    const int32_t keep =
-        -static_cast<int32_t>(((bits & 0x7FFFFFFF) < kBitsTwoPow31) | (bits == kBitsMinusTwoPow31));
-    return roundFloatInRange(floatOf((bits & keep) | (kBitsMinusTwoPow31 & ~keep)));
-}
-
-// A FLOAT rounded and clamped to [0, high], equal to clamping roundToInt32((double)value): zero, negatives,
-// NaN and values of 2^31 and above (whose rounded sum leaves the int32 range) give 0.
-template <int32_t high> inline int32_t roundClampFloat(float value) {
-    const int32_t bits = bitsOf(value);
-    const int32_t keep = -static_cast<int32_t>((bits > 0) & (bits < kBitsTwoPow31));
-    return roundFloatInRange(floatOf(std::min(bits, bitsOf(static_cast<float>(high))) & keep));
-}
-
-// Rounded conversion to INT (no clamp).
-void roundDoubleLoop(const void *src, uint32_t count, void *dst) {
-    convertLoop<double, int32_t>(src, count, dst, [](double v) { return roundToInt32(v); });
-}
-void roundFloatLoop(const void *src, uint32_t count, void *dst) {
-    convertLoop<float, int32_t>(src, count, dst, [](float v) { return roundFloatToInt32(v); });
-}
-
-// Rounded conversion clamped to [0, max of D].
-template <typename D> void roundClampDoubleLoop(const void *src, uint32_t count, void *dst) {
-    constexpr int32_t high = static_cast<int32_t>(std::numeric_limits<D>::max());
-    convertLoop<double, D>(src, count, dst,
-                           [](double v) { return static_cast<D>(clampTo(roundToInt32(v), high)); });
-}
-template <typename D> void roundClampFloatLoop(const void *src, uint32_t count, void *dst) {
-    constexpr int32_t high = static_cast<int32_t>(std::numeric_limits<D>::max());
-    convertLoop<float, D>(src, count, dst, [](float v) { return static_cast<D>(roundClampFloat<high>(v)); });
+// A rounded (narrowing) kind through its kernel of the fastest level this processor runs.
+template <typename S, typename D>
+void narrowRow(void (*pxImageNarrowKernels::*kernel)(const S *, uint32_t, D *), const void *src,
+               uint32_t count, void *dst) {
+    (pxImageNarrowKernelsBest().*kernel)(static_cast<const S *>(src), count, static_cast<D *>(dst));
 }
 
 // INT clamped to [0, max of D]; the rounding step of this kind leaves integers unchanged.
@@ -152,13 +94,13 @@ void convertByKind(int kind, const void *src, uint32_t count, void *dst) {
         castLoop<double, float>(src, count, dst);
         break;
     case 3:
-        roundDoubleLoop(src, count, dst);
+        narrowRow(&pxImageNarrowKernels::doubleToInt, src, count, dst);
         break;
     case 4:
-        roundClampDoubleLoop<uint16_t>(src, count, dst);
+        narrowRow(&pxImageNarrowKernels::doubleToShort, src, count, dst);
         break;
     case 5:
-        roundClampDoubleLoop<uint8_t>(src, count, dst);
+        narrowRow(&pxImageNarrowKernels::doubleToUbyte, src, count, dst);
         break;
     case 6:
         castLoop<float, double>(src, count, dst);
@@ -167,13 +109,13 @@ void convertByKind(int kind, const void *src, uint32_t count, void *dst) {
         copyRow(src, count, sizeof(float), dst);
         break;
     case 8:
-        roundFloatLoop(src, count, dst);
+        narrowRow(&pxImageNarrowKernels::floatToInt, src, count, dst);
         break;
     case 9:
-        roundClampFloatLoop<uint16_t>(src, count, dst);
+        narrowRow(&pxImageNarrowKernels::floatToShort, src, count, dst);
         break;
     case 10:
-        roundClampFloatLoop<uint8_t>(src, count, dst);
+        narrowRow(&pxImageNarrowKernels::floatToUbyte, src, count, dst);
         break;
     case 11:
         castLoop<int32_t, double>(src, count, dst);
@@ -425,7 +367,7 @@ void pxImageConvertRowShortToFloatScaled(const uint16_t *src, uint32_t count, fl
 void pxImageConvertRowFloatToShortScaled(const float *src, uint32_t count, float *scratch, uint16_t *dst) {
     for (size_t i = 0; i < count; ++i)
         scratch[i] = src[i] * kScale;
-    roundClampFloatLoop<uint16_t>(scratch, count, dst);
+    pxImageNarrowKernelsBest().floatToShort(scratch, count, dst);
 }
 
 uint32_t pxImagePixMapConvertCopy(pxImagePixMap source, int32_t width, int32_t height, int32_t srcType,

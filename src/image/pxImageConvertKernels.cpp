@@ -1,0 +1,286 @@
+// Module pxImageConvertKernels: the narrowing row kernels of the row converter (DOUBLE and FLOAT rounded
+// to INT, SHORT and UBYTE) as portable C++ loops, SSE2 and AVX2 code, and the choice among them.
+//
+// Every level gives what the per-pixel rule gives. DOUBLE kernels form the rule's sum value +- 0.5 in
+// double and truncate it with the processor's conversion (cvttpd2dq), which truncates toward zero and
+// gives 0x80000000, the integer indefinite, for NaN and for every value whose truncation does not fit in
+// int32: the rule's INT32_MIN. FLOAT kernels work in single precision on steps that are exact (see
+// each); they were checked against the rule on all 2^32 float patterns. Clamps are done by saturating
+// packs whose saturation equals the clamp (see each pack).
+#include "pxImageConvertKernels.h"
+
+#include <algorithm>
+#include <cstring>
+
+#if defined(__SSE2__)
+#include <immintrin.h>
+#endif
+
+namespace {
+
+// ---- Portable loops: the non-x86 level and the tails of the vector levels -----------------------------
+
+// Rounds half away from zero and truncates to int32; a result outside the int32 range, and NaN, give
+// INT32_MIN. The range test comes before the cast (an out-of-range cast is undefined in C++).
+inline int32_t roundToInt32(double value) {
+    const double shifted = value + (value > 0.0 ? 0.5 : -0.5);
+    const bool inRange = (shifted > -2147483649.0) & (shifted < 2147483648.0);
+    return static_cast<int32_t>(inRange ? shifted : -2147483648.0);
+}
+
+// Clamps a 32-bit integer to [0, high].
+inline int32_t clampTo(int32_t value, int32_t high) {
+    return std::min(std::max(value, 0), high);
+}
+
+// Bit pattern of a float and back. For floats of one sign the patterns order like the values.
+inline int32_t bitsOf(float value) {
+    int32_t bits;
+    std::memcpy(&bits, &value, sizeof bits);
+    return bits;
+}
+inline float floatOf(int32_t bits) {
+    float value;
+    std::memcpy(&value, &bits, sizeof value);
+    return value;
+}
+
+constexpr int32_t kBitsTwoPow31 = 0x4F000000;                             // 2147483648.0f
+constexpr int32_t kBitsMinusTwoPow31 = static_cast<int32_t>(0xCF000000u); // -2147483648.0f
+
+// Rounds a float whose magnitude is below 2^31 half away from zero: the truncated integer plus the
+// remainder doubled and truncated (-1, 0 or 1). Both steps are exact, so no sum has to be formed.
+inline int32_t roundFloatInRange(float value) {
+    const int32_t whole = static_cast<int32_t>(value);
+    return whole + static_cast<int32_t>(2.0f * (value - static_cast<float>(whole)));
+}
+
+// A FLOAT rounded to INT, equal to roundToInt32((double)value): out of range and NaN give INT32_MIN. The
+// choice is made on bit patterns with masks, so the loop vectorises under strict floating-point rules.
+inline int32_t roundFloatToInt32(float value) {
+    const int32_t bits = bitsOf(value);
+    const int32_t keep =
+        -static_cast<int32_t>(((bits & 0x7FFFFFFF) < kBitsTwoPow31) | (bits == kBitsMinusTwoPow31));
+    return roundFloatInRange(floatOf((bits & keep) | (kBitsMinusTwoPow31 & ~keep)));
+}
+
+// A FLOAT rounded and clamped to [0, high], equal to clamping roundToInt32((double)value): zero, negatives,
+// NaN and values of 2^31 and above (whose rounded sum leaves the int32 range) give 0.
+template <int32_t high> inline int32_t roundClampFloat(float value) {
+    const int32_t bits = bitsOf(value);
+    const int32_t keep = -static_cast<int32_t>((bits > 0) & (bits < kBitsTwoPow31));
+    return roundFloatInRange(floatOf(std::min(bits, bitsOf(static_cast<float>(high))) & keep));
+}
+
+template <typename D> constexpr int32_t kHigh = static_cast<int32_t>(static_cast<D>(~0u)); // 65535, 255
+
+void portableDoubleToInt(const double *src, uint32_t count, int32_t *dst) {
+    for (size_t i = 0; i < count; ++i)
+        dst[i] = roundToInt32(src[i]);
+}
+template <typename D> void portableDoubleToClamped(const double *src, uint32_t count, D *dst) {
+    for (size_t i = 0; i < count; ++i)
+        dst[i] = static_cast<D>(clampTo(roundToInt32(src[i]), kHigh<D>));
+}
+void portableFloatToInt(const float *src, uint32_t count, int32_t *dst) {
+    for (size_t i = 0; i < count; ++i)
+        dst[i] = roundFloatToInt32(src[i]);
+}
+template <typename D> void portableFloatToClamped(const float *src, uint32_t count, D *dst) {
+    for (size_t i = 0; i < count; ++i)
+        dst[i] = static_cast<D>(roundClampFloat<kHigh<D>>(src[i]));
+}
+
+// Tails of the vector kernels: the portable loop of the same kind.
+void portableToInt(const double *src, uint32_t count, int32_t *dst) {
+    portableDoubleToInt(src, count, dst);
+}
+void portableToInt(const float *src, uint32_t count, int32_t *dst) {
+    portableFloatToInt(src, count, dst);
+}
+template <typename D> void portableToClamped(const double *src, uint32_t count, D *dst) {
+    portableDoubleToClamped(src, count, dst);
+}
+template <typename D> void portableToClamped(const float *src, uint32_t count, D *dst) {
+    portableFloatToClamped(src, count, dst);
+}
+
+const pxImageNarrowKernels kPortable = {
+    portableDoubleToInt, portableDoubleToClamped<uint16_t>, portableDoubleToClamped<uint8_t>,
+    portableFloatToInt,  portableFloatToClamped<uint16_t>,  portableFloatToClamped<uint8_t>,
+};
+
+#if defined(__SSE2__)
+
+// ---- Saturating packs shared by the vector levels ---------------------------------------------------
+
+// Clamps eight int32 to [0, 65535] and packs them to uint16. SSE2 has only the signed 32->16 pack: the
+// negatives are zeroed first (and-not with the spread sign bit); subtracting 32768 then cannot overflow
+// and moves [0, 65535] onto the signed pack's range [-32768, 32767], whose saturation is then exactly
+// the clamp; flipping bit 15 adds the 32768 back modulo 2^16.
+inline __m128i packClampToUint16(__m128i low, __m128i high) {
+    const __m128i bias = _mm_set1_epi32(32768);
+    low = _mm_sub_epi32(_mm_andnot_si128(_mm_srai_epi32(low, 31), low), bias);
+    high = _mm_sub_epi32(_mm_andnot_si128(_mm_srai_epi32(high, 31), high), bias);
+    return _mm_xor_si128(_mm_packs_epi32(low, high), _mm_set1_epi16(static_cast<short>(0x8000)));
+}
+
+// Clamps sixteen int32 to [0, 255] and packs them to uint8: the signed pack to int16 clamps to
+// [-32768, 32767], the unsigned pack to uint8 then clamps to [0, 255]; the two clamps compose to the one
+// clamp to [0, 255] as that range lies inside the first.
+inline __m128i packClampToUint8(__m128i a, __m128i b, __m128i c, __m128i d) {
+    return _mm_packus_epi16(_mm_packs_epi32(a, b), _mm_packs_epi32(c, d));
+}
+
+// ---- SSE2 ----------------------------------------------------------------------------------------------
+
+// Two doubles rounded into the low two int32 lanes. The half is -0.5 with its sign flipped where the
+// value is greater than 0 (so zeros, negatives and NaN subtract 0.5); the sum is the rule's double sum and
+// cvttpd2dq its truncation with INT32_MIN out of range.
+inline __m128i sse2RoundTwo(__m128d value) {
+    const __m128d positive = _mm_cmpgt_pd(value, _mm_setzero_pd());
+    const __m128d half = _mm_xor_pd(_mm_set1_pd(-0.5), _mm_and_pd(positive, _mm_set1_pd(-0.0)));
+    return _mm_cvttpd_epi32(_mm_add_pd(value, half));
+}
+
+inline __m128i sse2RoundFour(const double *src) {
+    return _mm_unpacklo_epi64(sse2RoundTwo(_mm_loadu_pd(src)), sse2RoundTwo(_mm_loadu_pd(src + 2)));
+}
+
+// Four floats rounded to int32 in single precision. whole = the truncation (cvttps2dq: exact, and
+// INT32_MIN for NaN and |v| >= 2^31). Where it is valid, v - whole is exact (a float minus its own
+// truncation), and truncating twice that remainder gives the step -1, 0 or 1: the double sum v +- 0.5
+// passes the next integer away from zero exactly when |remainder| >= 0.5. Where whole is INT32_MIN the
+// rule gives INT32_MIN as well (NaN; |v| >= 2^31, whose sum leaves int32; v = -2^31, whose step is 0), so
+// the step is dropped there.
+inline __m128i sse2RoundFour(const float *src) {
+    const __m128 value = _mm_loadu_ps(src);
+    const __m128i whole = _mm_cvttps_epi32(value);
+    const __m128 rest = _mm_sub_ps(value, _mm_cvtepi32_ps(whole));
+    const __m128i step = _mm_cvttps_epi32(_mm_add_ps(rest, rest));
+    const __m128i invalid = _mm_cmpeq_epi32(whole, _mm_set1_epi32(INT32_MIN));
+    return _mm_add_epi32(whole, _mm_andnot_si128(invalid, step));
+}
+
+template <typename S> void sse2ToInt(const S *src, uint32_t count, int32_t *dst) {
+    uint32_t i = 0;
+    for (; i + 8 <= count; i += 8) {
+        _mm_storeu_si128(reinterpret_cast<__m128i *>(dst + i), sse2RoundFour(src + i));
+        _mm_storeu_si128(reinterpret_cast<__m128i *>(dst + i + 4), sse2RoundFour(src + i + 4));
+    }
+    portableToInt(src + i, count - i, dst + i);
+}
+
+template <typename S> void sse2ToUint16(const S *src, uint32_t count, uint16_t *dst) {
+    uint32_t i = 0;
+    for (; i + 8 <= count; i += 8)
+        _mm_storeu_si128(reinterpret_cast<__m128i *>(dst + i),
+                         packClampToUint16(sse2RoundFour(src + i), sse2RoundFour(src + i + 4)));
+    portableToClamped(src + i, count - i, dst + i);
+}
+
+template <typename S> void sse2ToUint8(const S *src, uint32_t count, uint8_t *dst) {
+    uint32_t i = 0;
+    for (; i + 16 <= count; i += 16)
+        _mm_storeu_si128(reinterpret_cast<__m128i *>(dst + i),
+                         packClampToUint8(sse2RoundFour(src + i), sse2RoundFour(src + i + 4),
+                                          sse2RoundFour(src + i + 8), sse2RoundFour(src + i + 12)));
+    portableToClamped(src + i, count - i, dst + i);
+}
+
+const pxImageNarrowKernels kSse2 = {
+    sse2ToInt<double>, sse2ToUint16<double>, sse2ToUint8<double>,
+    sse2ToInt<float>,  sse2ToUint16<float>,  sse2ToUint8<float>,
+};
+
+// ---- AVX2 (functions compiled for AVX2, chosen only when the processor has it) ------------------------
+
+#define PX_AVX2 __attribute__((target("avx2")))
+
+// Four doubles rounded to int32: the SSE2 steps on four lanes (the ordered greater-than is false for NaN
+// like SSE2's).
+PX_AVX2 inline __m128i avx2RoundFour(const double *src) {
+    const __m256d value = _mm256_loadu_pd(src);
+    const __m256d positive = _mm256_cmp_pd(value, _mm256_setzero_pd(), _CMP_GT_OQ);
+    const __m256d half = _mm256_xor_pd(_mm256_set1_pd(-0.5), _mm256_and_pd(positive, _mm256_set1_pd(-0.0)));
+    return _mm256_cvttpd_epi32(_mm256_add_pd(value, half));
+}
+
+// Eight doubles rounded to int32.
+PX_AVX2 inline __m256i avx2RoundEight(const double *src) {
+    return _mm256_set_m128i(avx2RoundFour(src + 4), avx2RoundFour(src));
+}
+
+// Eight floats rounded to int32: the single-precision steps of sse2RoundFour(const float *) on eight lanes.
+PX_AVX2 inline __m256i avx2RoundEight(const float *src) {
+    const __m256 value = _mm256_loadu_ps(src);
+    const __m256i whole = _mm256_cvttps_epi32(value);
+    const __m256 rest = _mm256_sub_ps(value, _mm256_cvtepi32_ps(whole));
+    const __m256i step = _mm256_cvttps_epi32(_mm256_add_ps(rest, rest));
+    const __m256i invalid = _mm256_cmpeq_epi32(whole, _mm256_set1_epi32(INT32_MIN));
+    return _mm256_add_epi32(whole, _mm256_andnot_si256(invalid, step));
+}
+
+template <typename S> PX_AVX2 void avx2ToInt(const S *src, uint32_t count, int32_t *dst) {
+    uint32_t i = 0;
+    for (; i + 8 <= count; i += 8)
+        _mm256_storeu_si256(reinterpret_cast<__m256i *>(dst + i), avx2RoundEight(src + i));
+    portableToInt(src + i, count - i, dst + i);
+}
+
+// The unsigned 32->16 pack (packusdw) saturates a signed int32 to [0, 65535]: exactly the clamp.
+template <typename S> PX_AVX2 void avx2ToUint16(const S *src, uint32_t count, uint16_t *dst) {
+    uint32_t i = 0;
+    for (; i + 8 <= count; i += 8) {
+        const __m256i value = avx2RoundEight(src + i);
+        _mm_storeu_si128(reinterpret_cast<__m128i *>(dst + i),
+                         _mm_packus_epi32(_mm256_castsi256_si128(value), _mm256_extracti128_si256(value, 1)));
+    }
+    portableToClamped(src + i, count - i, dst + i);
+}
+
+template <typename S> PX_AVX2 void avx2ToUint8(const S *src, uint32_t count, uint8_t *dst) {
+    uint32_t i = 0;
+    for (; i + 16 <= count; i += 16) {
+        const __m256i low = avx2RoundEight(src + i);
+        const __m256i high = avx2RoundEight(src + i + 8);
+        _mm_storeu_si128(reinterpret_cast<__m128i *>(dst + i),
+                         packClampToUint8(_mm256_castsi256_si128(low), _mm256_extracti128_si256(low, 1),
+                                          _mm256_castsi256_si128(high), _mm256_extracti128_si256(high, 1)));
+    }
+    portableToClamped(src + i, count - i, dst + i);
+}
+
+const pxImageNarrowKernels kAvx2 = {
+    avx2ToInt<double>, avx2ToUint16<double>, avx2ToUint8<double>,
+    avx2ToInt<float>,  avx2ToUint16<float>,  avx2ToUint8<float>,
+};
+
+#endif // __SSE2__
+
+} // namespace
+
+const pxImageNarrowKernels *pxImageNarrowKernelsAt(int level) {
+    switch (level) {
+    case PX_KERNELS_PORTABLE:
+        return &kPortable;
+#if defined(__SSE2__)
+    case PX_KERNELS_SSE2:
+        return &kSse2;
+    case PX_KERNELS_AVX2:
+        return __builtin_cpu_supports("avx2") ? &kAvx2 : nullptr;
+#endif
+    default:
+        return nullptr;
+    }
+}
+
+const pxImageNarrowKernels &pxImageNarrowKernelsBest() {
+    static const pxImageNarrowKernels *const best = [] {
+        for (int level = PX_KERNELS_AVX2; level > PX_KERNELS_PORTABLE; --level)
+            if (const pxImageNarrowKernels *kernels = pxImageNarrowKernelsAt(level))
+                return kernels;
+        return &kPortable;
+    }();
+    return *best;
+}

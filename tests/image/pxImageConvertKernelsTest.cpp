@@ -1,0 +1,155 @@
+// Narrowing row kernels: every instruction-set level this machine runs, forced one at a time, against the
+// per-pixel reference of the row converter, bit for bit, at odd sizes and at starts off vector alignment.
+#include <cmath>
+#include <cstring>
+#include <limits>
+#include <random>
+#include <vector>
+
+#include "image/pxImageConvertKernels.h"
+#include "image/pxImageInternal.h"
+#include "pxImageTestUtil.h"
+
+namespace {
+
+constexpr uint32_t kSizes[] = {0, 1, 3, 7, 8, 15, 16, 17, 31, 33, 1001};
+constexpr uint32_t kStarts[] = {0, 1, 3}; // pixels into the buffer, so rows start off vector alignment
+
+// Values where rounding, the int32 limits and the clamps decide.
+template <typename T> std::vector<T> edgeValues() {
+    const T inf = std::numeric_limits<T>::infinity();
+    std::vector<T> v = {0,
+                        -T(0),
+                        std::numeric_limits<T>::quiet_NaN(),
+                        -std::numeric_limits<T>::quiet_NaN(),
+                        inf,
+                        -inf,
+                        std::numeric_limits<T>::denorm_min(),
+                        -std::numeric_limits<T>::denorm_min(),
+                        std::numeric_limits<T>::max(),
+                        std::numeric_limits<T>::lowest(),
+                        T(2147483648.0),
+                        T(-2147483648.0),
+                        T(2147483647.0),
+                        T(-2147483649.0),
+                        T(2147483647.5),
+                        T(-2147483648.5),
+                        T(4294967296.0),
+                        T(1e10),
+                        T(-1e10),
+                        T(8388607.5),
+                        T(16777216.0)};
+    for (T base : {T(0), T(1), T(254), T(255), T(256), T(65534), T(65535), T(65536), T(-1), T(-255)}) {
+        for (T half : {T(-0.5), T(0.5)}) {
+            const T h = base + half;
+            v.insert(v.end(), {h, std::nextafter(h, -inf), std::nextafter(h, inf), -h});
+        }
+    }
+    return v;
+}
+
+// A row of count + start values: edge values and random ones (bit patterns, and values over -300..70000).
+template <typename T> std::vector<T> makeRow(uint32_t length, std::mt19937_64 &rng) {
+    const std::vector<T> edges = edgeValues<T>();
+    std::uniform_real_distribution<double> spread(-300.0, 70000.0);
+    std::vector<T> row(length);
+    for (uint32_t i = 0; i < length; ++i) {
+        const uint64_t bits = rng();
+        switch (bits % 3) {
+        case 0:
+            row[i] = edges[(bits >> 8) % edges.size()];
+            break;
+        case 1:
+            std::memcpy(&row[i], &bits, sizeof(T));
+            break;
+        default:
+            row[i] = static_cast<T>(spread(rng));
+            break;
+        }
+    }
+    return row;
+}
+
+// One kernel against the reference of its kind; the target has a guard pixel on either side.
+template <typename S, typename D>
+void expectEqualsReference(void (*kernel)(const S *, uint32_t, D *), int32_t srcType, int32_t dstType,
+                           std::mt19937_64 &rng) {
+    for (uint32_t count : kSizes) {
+        for (uint32_t start : kStarts) {
+            const std::vector<S> source = makeRow<S>(count + start, rng);
+            std::vector<D> fast(count + start + 2, D(0x5A)), reference(count + start + 2, D(0x5A));
+            kernel(source.data() + start, count, fast.data() + start + 1);
+            ASSERT_EQ(pxImageConvertRowReference(source.data() + start, count, srcType, dstType,
+                                                 reference.data() + start + 1),
+                      1u);
+            ASSERT_EQ(0, std::memcmp(fast.data(), reference.data(), fast.size() * sizeof(D)))
+                << srcType << " -> " << dstType << " count " << count << " start " << start;
+        }
+    }
+}
+
+} // namespace
+
+TEST(pxImageConvertKernels, EveryLevelEqualsTheReferenceBitForBit) {
+    int levels = 0;
+    for (int level = PX_KERNELS_PORTABLE; level <= PX_KERNELS_AVX2; ++level) {
+        const pxImageNarrowKernels *k = pxImageNarrowKernelsAt(level);
+        if (k == nullptr)
+            continue; // not built for this target, or not run by this processor
+        ++levels;
+        SCOPED_TRACE(level);
+        std::mt19937_64 rng(20240612 + level);
+        for (int round = 0; round < 20; ++round) {
+            expectEqualsReference(k->doubleToInt, DOUBLE, INT, rng);
+            expectEqualsReference(k->doubleToShort, DOUBLE, SHORT, rng);
+            expectEqualsReference(k->doubleToUbyte, DOUBLE, UBYTE, rng);
+            expectEqualsReference(k->floatToInt, FLOAT, INT, rng);
+            expectEqualsReference(k->floatToShort, FLOAT, SHORT, rng);
+            expectEqualsReference(k->floatToUbyte, FLOAT, UBYTE, rng);
+        }
+    }
+    EXPECT_GE(levels, 1);
+}
+
+TEST(pxImageConvertKernels, ThePortableLevelIsAlwaysThereAndTheBestIsOneOfTheLevels) {
+    ASSERT_NE(pxImageNarrowKernelsAt(PX_KERNELS_PORTABLE), nullptr);
+    EXPECT_EQ(pxImageNarrowKernelsAt(PX_KERNELS_AVX2 + 1), nullptr);
+    EXPECT_EQ(pxImageNarrowKernelsAt(-1), nullptr);
+    bool found = false;
+    for (int level = PX_KERNELS_PORTABLE; level <= PX_KERNELS_AVX2; ++level)
+        found |= pxImageNarrowKernelsAt(level) == &pxImageNarrowKernelsBest();
+    EXPECT_TRUE(found);
+#if defined(__SSE2__)
+    EXPECT_NE(pxImageNarrowKernelsAt(PX_KERNELS_SSE2), nullptr);
+#endif
+}
+
+TEST(pxImageConvertKernels, EdgeValuesGiveTheRuleAtEveryLevel) {
+    // 0.49999997f + 0.5f would round to 1 in float; the rule's double sum truncates to 0.
+    const float floats[] = {0.49999997f, 2.5f, -2.5f, 2147483648.0f, -2147483648.0f, 65535.5f, 255.5f, -0.0f};
+    const int32_t toInt[] = {0, 3, -3, INT32_MIN, INT32_MIN, 65536, 256, 0};
+    const uint16_t toShort[] = {0, 3, 0, 0, 0, 65535, 256, 0};
+    const uint8_t toUbyte[] = {0, 3, 0, 0, 0, 255, 255, 0};
+    const double doubles[] = {-2.5, 2.5, 70000.4, -0.4, 3000000000.0, 1e10, 2147483647.49, 2147483647.5};
+    const int32_t doubleToInt[] = {-3, 3, 70000, 0, INT32_MIN, INT32_MIN, INT32_MAX, INT32_MIN};
+    const uint16_t doubleToShort[] = {0, 3, 65535, 0, 0, 0, 65535, 0};
+    for (int level = PX_KERNELS_PORTABLE; level <= PX_KERNELS_AVX2; ++level) {
+        const pxImageNarrowKernels *k = pxImageNarrowKernelsAt(level);
+        if (k == nullptr)
+            continue;
+        SCOPED_TRACE(level);
+        int32_t i32[8];
+        uint16_t u16[8];
+        uint8_t u8[8];
+        k->floatToInt(floats, 8, i32);
+        k->floatToShort(floats, 8, u16);
+        k->floatToUbyte(floats, 8, u8);
+        EXPECT_EQ(0, std::memcmp(i32, toInt, sizeof i32));
+        EXPECT_EQ(0, std::memcmp(u16, toShort, sizeof u16));
+        EXPECT_EQ(0, std::memcmp(u8, toUbyte, sizeof u8));
+        k->doubleToInt(doubles, 8, i32);
+        k->doubleToShort(doubles, 8, u16);
+        EXPECT_EQ(0, std::memcmp(i32, doubleToInt, sizeof i32));
+        EXPECT_EQ(0, std::memcmp(u16, doubleToShort, sizeof u16));
+    }
+}
