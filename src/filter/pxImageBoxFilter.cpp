@@ -383,6 +383,59 @@ template void blockSumYReference<double>(const SumPass &);
 
 namespace {
 
+// Source rows of the region added to (sign +1) or taken from (sign -1) the column sums of a strip.
+void addColumns(uint8_t *columns, const uint8_t *src, int32_t count, bool add) {
+    for (int32_t x = 0; x < count; ++x) {
+        columns[x] = static_cast<uint8_t>(add ? columns[x] + src[x] : columns[x] - src[x]);
+    }
+}
+
+void countsToBinary(const uint8_t *sums, uint8_t *dst, int32_t count, uint8_t level) {
+    for (int32_t x = 0; x < count; ++x) {
+        dst[x] = sums[x] >= level ? 1 : 0;
+    }
+}
+
+// Region columns [x0, x1): the column sums cover the windows' reach [first, end) of the region.
+void countStrip(const SumPass &pass, int32_t x0, int32_t x1, uint8_t level) {
+    uint8_t columns[kCountStripColumns + 2 * kCountMaxHalf];
+    uint8_t sums[kCountStripColumns + 2 * kCountMaxHalf];
+    const int32_t half = pass.half;
+    const int32_t first = x0 - half > 0 ? x0 - half : 0;
+    const int32_t end = x1 + half < pass.width ? x1 + half : pass.width;
+    const int32_t count = end - first;
+    auto srcRow = [&](int32_t j) { return rowOf<uint8_t>(pass.src.map, pass.srcY + j) + pass.srcX + first; };
+    for (int32_t x = 0; x < count; ++x) {
+        columns[x] = 0;
+    }
+    for (int32_t j = 0; j < half; ++j) {
+        addColumns(columns, srcRow(j), count, true);
+    }
+    for (int32_t j = 0; j < pass.height; ++j) {
+        if (j + half < pass.height) {
+            addColumns(columns, srcRow(j + half), count, true);
+        }
+        if (j - half - 1 >= 0) {
+            addColumns(columns, srcRow(j - half - 1), count, false);
+        }
+        sumRowWrapping<uint8_t>(columns, sums, 0, count, half);
+        countsToBinary(sums + (x0 - first), rowOf<uint8_t>(pass.dst.map, pass.dstY + j) + pass.dstX + x0,
+                       x1 - x0, level);
+    }
+}
+
+} // namespace
+
+void boxCountsAtLeast(const SumPass &pass, uint8_t level) {
+    const int32_t strips = (pass.width + kCountStripColumns - 1) / kCountStripColumns;
+    const int32_t stripWidth = (pass.width + strips - 1) / strips;
+    for (int32_t x0 = 0; x0 < pass.width; x0 += stripWidth) {
+        countStrip(pass, x0, x0 + stripWidth < pass.width ? x0 + stripWidth : pass.width, level);
+    }
+}
+
+namespace {
+
 // Start values of the searches: the most negative and the largest finite value of the type.
 template <typename T> struct SearchStart;
 template <> struct SearchStart<float> {
@@ -870,6 +923,20 @@ uint32_t pxImageBlockSumY(const tag_pxImage *source, int32_t n, tag_pxImage *des
         return 0;
     }
     return 1;
+}
+
+bool pxbox::boxCountsAtLeastInRegion(const tag_pxImage *source, int32_t n, tag_pxImage *destination,
+                                     uint8_t level) {
+    const bool covered = n % 2 == 1 && n / 2 <= kCountMaxHalf && hasPlane(source) && hasPlane(destination) &&
+                         source->type == UBYTE && destination->type == UBYTE && regionInside(source) &&
+                         regionInside(destination) && regionWidth(source) >= n && regionHeight(source) >= n &&
+                         regionWidth(destination) == regionWidth(source) &&
+                         regionHeight(destination) == regionHeight(source) &&
+                         source->pixMap[0] != destination->pixMap[0];
+    if (covered) {
+        boxCountsAtLeast(sumPassOf(source, n, destination), level);
+    }
+    return covered;
 }
 
 uint32_t pxImageBoxSums(const tag_pxImage *source, int32_t n, tag_pxImage *destination) {

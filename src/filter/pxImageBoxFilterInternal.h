@@ -45,6 +45,23 @@ template <typename T> void blockSumXReference(const SumPass &pass);
 template <typename T> void blockSumYFast(const SumPass &pass);
 template <typename T> void blockSumYReference(const SumPass &pass);
 
+// Widest window half and region columns of the counts below: their column sums live on the stack.
+constexpr int32_t kCountMaxHalf = 7;
+constexpr int32_t kCountStripColumns = 4096;
+
+// The byte box sums of a region (window 2 half + 1, odd, half <= kCountMaxHalf, region at least one
+// window wide and high, distinct planes) turned into 1 where the sum is at least `level`, else 0: the same
+// bits as the row pass, the column pass and a threshold of the sums, without a scratch image. Column sums
+// of up to kCountStripColumns region columns (plus the windows' reach) are kept on the stack and updated
+// row by row ((sum + in) - out, modulo 256), then summed along the row with the wrapping row kernel.
+// Costs one read of the source region and one write of the destination region.
+void boxCountsAtLeast(const SumPass &pass, uint8_t level);
+
+// boxCountsAtLeast on the regions of two byte images when they are of the kind it covers (both regions
+// inside their images, of equal size, at least n wide and high, n odd up to 2 kCountMaxHalf + 1, distinct
+// planes); returns false and writes nothing otherwise.
+bool boxCountsAtLeastInRegion(const tag_pxImage *source, int32_t n, tag_pxImage *destination, uint8_t level);
+
 // A windowed extreme over a whole image of width x height pixels: every window is clipped to the image.
 struct WindowPass {
     void **src;

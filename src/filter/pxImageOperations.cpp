@@ -4,6 +4,7 @@
 #include "pxImage.h"
 #include "image/pxImageInternal.h"
 #include "image/pxImageLog.h"
+#include "pxImageBoxFilterInternal.h"
 
 namespace {
 
@@ -29,6 +30,13 @@ int32_t truncateTo32(double value) {
     return static_cast<int32_t>(value);
 }
 
+// Applies `rule` to the pixels [from, to) of one row.
+template <typename T, class Rule> void applyToRow(T *row, int32_t from, int32_t to, Rule rule) {
+    for (int32_t x = from; x < to; ++x) {
+        row[x] = rule(row[x]);
+    }
+}
+
 // Applies `rule` to every pixel of plane 0 (rows 0..height-1, columns 0..width-1). The sizes are read
 // once: byte stores may alias the record, and with them in registers the row loop vectorises.
 template <typename T, class Rule> void forEachPixel(tag_pxImage *image, Rule rule) {
@@ -36,9 +44,32 @@ template <typename T, class Rule> void forEachPixel(tag_pxImage *image, Rule rul
     const int32_t width = image->width;
     const int32_t height = image->height;
     for (int32_t y = 0; y < height; ++y) {
-        T *row = static_cast<T *>(rows[y]);
-        for (int32_t x = 0; x < width; ++x) {
-            row[x] = rule(row[x]);
+        applyToRow(static_cast<T *>(rows[y]), 0, width, rule);
+    }
+}
+
+uint8_t byteToBinary(uint8_t value, uint8_t level) {
+    return static_cast<uint8_t>(value >= level ? 1 : 0);
+}
+
+// The byte threshold to 0/1 on every pixel of plane 0 outside the region of interest, which lies inside
+// the image.
+void bytesToBinaryOutsideRegion(tag_pxImage *image, uint8_t level) {
+    const auto rule = [level](uint8_t v) { return byteToBinary(v, level); };
+    void *const *rows = image->pixMap[0];
+    const int32_t width = image->width;
+    const int32_t height = image->height;
+    const int32_t left = image->roiminX;
+    const int32_t right = image->roimaxX;
+    const int32_t top = image->roiminY;
+    const int32_t bottom = image->roimaxY;
+    for (int32_t y = 0; y < height; ++y) {
+        uint8_t *row = static_cast<uint8_t *>(rows[y]);
+        if (y < top || y >= bottom) {
+            applyToRow(row, 0, width, rule);
+        } else {
+            applyToRow(row, 0, left, rule);
+            applyToRow(row, right, width, rule);
         }
     }
 }
@@ -47,7 +78,7 @@ uint32_t thresholdToBinary(tag_pxImage *image, double threshold) {
     switch (image->type) {
     case UBYTE: {
         const uint8_t level = static_cast<uint8_t>(truncateTo64(threshold));
-        forEachPixel<uint8_t>(image, [level](uint8_t v) { return static_cast<uint8_t>(v >= level ? 1 : 0); });
+        forEachPixel<uint8_t>(image, [level](uint8_t v) { return byteToBinary(v, level); });
         return 1;
     }
     case SHORT: {
@@ -120,6 +151,13 @@ uint32_t morphology(const tag_pxImage *source, int32_t radius, tag_pxImage *dest
         return 0;
     }
     const int32_t n = static_cast<int32_t>(window);
+    // Plain images take the fused counts (no scratch image, one pass); the others, whose passes may refuse
+    // and leave a scratch image's contents behind, take the sums and the threshold as they stand.
+    const uint8_t level = static_cast<uint8_t>(erode ? n * n : 1);
+    if (pxbox::boxCountsAtLeastInRegion(source, n, destination, level)) {
+        bytesToBinaryOutsideRegion(destination, level);
+        return 1;
+    }
     if (!pxImageBoxSums(source, n, destination)) {
         PX_TRACE(kModule);
         return 0;

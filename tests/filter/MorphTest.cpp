@@ -1,6 +1,7 @@
 // Binary dilation and erosion: against a window search written here over the region of interest, against
 // OpenCV's dilate and erode with a square and a zero border, the copy for radius 0, the radius limit, the
-// refusals with their trace chains and the scratch image's allocation failures.
+// refusals with their trace chains, the fused counts against the box sums and threshold bit for bit, and
+// the scratch image's allocation failures where the box sums still run.
 #include <algorithm>
 #include <vector>
 
@@ -8,6 +9,7 @@
 #include <opencv2/imgproc.hpp>
 
 #include "filter/BoxTestSupport.h"
+#include "filter/pxImageBoxFilterInternal.h"
 #include "support/AllocFailure.h"
 
 namespace {
@@ -164,23 +166,134 @@ TEST(Morph, SizeAndTypeChecks) {
     EXPECT_TRUE(boxtest::onlyTraces(log, {kOperations, kOperations, kOperations, kOperations, kOperations}));
 }
 
-TEST(Morph, ScratchAllocationFailureLeavesTheTraceChain) {
+// Plain images (regions inside the images, at least one window wide and high, distinct planes) take the
+// fused counts, which allocate nothing.
+TEST(Morph, PlainImagesAllocateNothing) {
     TestImage src(UBYTE, 12, 10, 0);
     TestImage dst(UBYTE, 12, 10, 0);
     boxtest::fillBinary(src, 1, 0.5);
     for (bool erode : {false, true}) {
         const int allocations = pxtest::forEachAllocationFailure(
             [&] {
-                pxtest::LogCapture log;
-                const bool ok = (erode ? pxImageErode(src.get(), 2, dst.get())
-                                       : pxImageDilate(src.get(), 2, dst.get())) == 1;
-                if (!ok) {
-                    EXPECT_TRUE(boxtest::endsWithTraces(log, {"pxImage", kBox, kOperations}));
-                }
-                return ok;
+                return (erode ? pxImageErode(src.get(), 2, dst.get())
+                              : pxImageDilate(src.get(), 2, dst.get())) == 1;
             },
             [] {});
-        EXPECT_GT(allocations, 0);
+        EXPECT_EQ(0, allocations);
+    }
+}
+
+// In place, or with a region narrower than the window, the box sums run through their scratch image: its
+// allocation failure leaves the trace chain and frees everything.
+TEST(Morph, ScratchAllocationFailureLeavesTheTraceChain) {
+    for (bool narrow : {false, true}) {
+        for (bool erode : {false, true}) {
+            TestImage src(UBYTE, 12, 10, 0);
+            TestImage dst(UBYTE, 12, 10, 0);
+            boxtest::fillBinary(src, 1, 0.5);
+            if (narrow) {
+                src.setRegion(2, 1, 4, 8);
+                dst.setRegion(3, 2, 4, 8);
+            }
+            tag_pxImage *target = narrow ? dst.get() : src.get();
+            const int allocations = pxtest::forEachAllocationFailure(
+                [&] {
+                    pxtest::LogCapture log;
+                    const bool ok = (erode ? pxImageErode(src.get(), 2, target)
+                                           : pxImageDilate(src.get(), 2, target)) == 1;
+                    if (!ok) {
+                        EXPECT_TRUE(boxtest::endsWithTraces(log, {"pxImage", kBox, kOperations}));
+                    }
+                    return ok;
+                },
+                [] {});
+            EXPECT_GT(allocations, 0) << narrow << " " << erode;
+        }
+    }
+}
+
+// Sums of the clipped windows by the row and column references through a scratch image, then the byte
+// threshold over the destination region: what the fused counts must equal bit for bit.
+void referenceCounts(const pxbox::SumPass &pass, uint8_t level) {
+    TestImage scratch(UBYTE, pass.src.width, pass.src.height, 0);
+    pxbox::SumPass rows = pass;
+    rows.dst = {scratch->pixMap[0], scratch->width, scratch->height, 0};
+    rows.dstX = pass.srcX;
+    rows.dstY = pass.srcY;
+    pxbox::blockSumXReference<uint8_t>(rows);
+    pxbox::SumPass columns = pass;
+    columns.src = rows.dst;
+    pxbox::blockSumYReference<uint8_t>(columns);
+    for (int j = 0; j < pass.height; ++j) {
+        uint8_t *row = static_cast<uint8_t *>(pass.dst.map[pass.dstY + j]) + pass.dstX;
+        for (int i = 0; i < pass.width; ++i)
+            row[i] = row[i] >= level ? 1 : 0;
+    }
+}
+
+// Full-range random bytes, so the sums wrap; odd sizes, every window the counts cover, regions at several
+// places, strips (rows wider than one strip of column sums), levels 1, the full window and others.
+TEST(MorphKernels, CountsEqualSumsAndThresholdBitForBit) {
+    uint32_t seed = 5;
+    for (int width : {3, 15, 16, 17, 100, 4111, 8203}) {
+        for (int height : {3, 15, 16, 23}) {
+            for (int half = 1; half <= pxbox::kCountMaxHalf; ++half) {
+                const int m = 2 * half + 1;
+                if (width < m || height < m || (width > 100 && half % 3 != 1)) {
+                    continue;
+                }
+                for (int level : {1, m * m, static_cast<int>(seed * 37 % 256), 0}) {
+                    const int place = static_cast<int>(seed % 3);
+                    TestImage src(UBYTE, width + place, height + 2, place == 1 ? 2 : 0);
+                    TestImage fast(UBYTE, width + 3, height + 1, 1);
+                    TestImage reference(UBYTE, width + 3, height + 1, 1);
+                    boxtest::fillRandom(src, seed++);
+                    boxtest::fillRandom(fast, seed);
+                    boxtest::fillRandom(reference, seed++);
+                    const pxbox::SumPass pass{{src->pixMap[0], src->width, src->height, src->border},
+                                              place,
+                                              2 - place,
+                                              {fast->pixMap[0], fast->width, fast->height, fast->border},
+                                              3 - place,
+                                              1,
+                                              width,
+                                              height,
+                                              half};
+                    pxbox::SumPass ref = pass;
+                    ref.dst.map = reference->pixMap[0];
+                    pxbox::boxCountsAtLeast(pass, static_cast<uint8_t>(level));
+                    referenceCounts(ref, static_cast<uint8_t>(level));
+                    ASSERT_EQ(reference.storage(), fast.storage())
+                        << width << "x" << height << " half " << half << " level " << level << " place "
+                        << place;
+                }
+            }
+        }
+    }
+}
+
+// The exported calls on plain images (fused counts) equal the box sums and the threshold as separate
+// calls, outside the destination region too, for full-range bytes and regions at different places.
+TEST(Morph, FusedCountsEqualBoxSumsThenThreshold) {
+    uint32_t seed = 3;
+    for (int radius = 1; radius <= 7; ++radius) {
+        for (bool erode : {false, true}) {
+            const int m = 2 * radius + 1;
+            TestImage src(UBYTE, 53, 47, 1);
+            TestImage dst(UBYTE, 53, 47, 0);
+            TestImage expected(UBYTE, 53, 47, 0);
+            boxtest::fillRandom(src, seed++);
+            boxtest::fillRandom(dst, seed);
+            boxtest::fillRandom(expected, seed++);
+            src.setRegion(radius, 2, 45, 41);
+            dst.setRegion(5, 7 - radius, 45, 41);
+            expected.setRegion(5, 7 - radius, 45, 41);
+            ASSERT_EQ(1u, erode ? pxImageErode(src.get(), radius, dst.get())
+                                : pxImageDilate(src.get(), radius, dst.get()));
+            ASSERT_EQ(1u, pxImageBoxSums(src.get(), m, expected.get()));
+            ASSERT_EQ(1u, pxImageThresh2Binary(expected.get(), erode ? m * m : 1.0));
+            ASSERT_EQ(expected.storage(), dst.storage()) << radius << " " << erode;
+        }
     }
 }
 
