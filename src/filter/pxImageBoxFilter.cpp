@@ -100,8 +100,9 @@ template <typename T, int lanes> void sumRowGroupX(const SumPass &pass, int32_t 
     sumRowsX<T, lanes>(src, dst, beyond, pass.width, pass.half);
 }
 
-// Rows worked side by side: enough independent sums to cover the latency of an addition.
-constexpr int kRowLanes = 8;
+// Rows worked side by side: enough independent sums to cover the latency of an addition. More rows lose:
+// rows of a power-of-two stride fall into the same cache sets and evict each other.
+constexpr int kRowLanes = 4;
 
 #if defined(__SSE2__)
 // Vector steps of the wrapping row sums: 16 byte or 8 16-bit lanes, added and subtracted modulo the lane
@@ -141,8 +142,8 @@ template <> struct WrapLanes<uint16_t> {
 
 // Full-window outputs [out, end) of a row: out[i] = out[i - 1] + (src[i + half] - src[i - half - 1]).
 // The differences of a vector of outputs are summed in the register and the running sum carried in, so
-// every output receives the same sum modulo the lane width as the step-by-step loop. Returns the first
-// output not written.
+// every output receives the same sum modulo the lane width as the step-by-step loop; the carried sum takes
+// the last lane of each vector's own prefix. Returns the first output not written.
 template <typename T>
 int32_t slideWrappingVector(const T *src, T *dst, T &s, int32_t out, int32_t end, int32_t half) {
     using L = WrapLanes<T>;
@@ -150,9 +151,9 @@ int32_t slideWrappingVector(const T *src, T *dst, T &s, int32_t out, int32_t end
     for (; out + L::count <= end; out += L::count) {
         const __m128i in = _mm_loadu_si128(reinterpret_cast<const __m128i *>(src + out + half));
         const __m128i old = _mm_loadu_si128(reinterpret_cast<const __m128i *>(src + out - half - 1));
-        carry = L::add(L::prefix(L::sub(in, old)), carry);
-        _mm_storeu_si128(reinterpret_cast<__m128i *>(dst + out), carry);
-        carry = L::splatLast(carry);
+        const __m128i local = L::prefix(L::sub(in, old));
+        _mm_storeu_si128(reinterpret_cast<__m128i *>(dst + out), L::add(local, carry));
+        carry = L::add(carry, L::splatLast(local)); // only this addition waits for the previous step
     }
     s = static_cast<T>(_mm_cvtsi128_si32(carry));
     return out;
