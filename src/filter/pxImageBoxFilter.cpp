@@ -3,6 +3,7 @@
 #include <cfloat>
 #include <cstdint>
 #include <type_traits>
+#include <utility>
 
 #if defined(__SSE2__)
 #include <emmintrin.h>
@@ -384,12 +385,37 @@ template void blockSumYReference<double>(const SumPass &);
 
 namespace {
 
-// Source rows of the region added to (sign +1) or taken from (sign -1) the column sums of a strip.
+// A source row of the region added to (`add`) or taken from the column sums of a strip, modulo 256.
 void addColumns(uint8_t *columns, const uint8_t *src, int32_t count, bool add) {
     for (int32_t x = 0; x < count; ++x) {
         columns[x] = static_cast<uint8_t>(add ? columns[x] + src[x] : columns[x] - src[x]);
     }
 }
+
+// Counts of the windows of 2 half + 1 columns starting at each of `count` columns, turned into 0/1. The
+// sums wrap modulo 256 like the running sums; with `half` fixed the window loop unrolls and the column
+// loop vectorises.
+template <int32_t half>
+void windowCountsToBinary(const uint8_t *columns, uint8_t *dst, int32_t count, uint8_t level) {
+    for (int32_t x = 0; x < count; ++x) {
+        uint8_t sum = 0;
+        for (int32_t k = 0; k <= 2 * half; ++k) {
+            sum = static_cast<uint8_t>(sum + columns[x + k]);
+        }
+        dst[x] = sum >= level ? 1 : 0;
+    }
+}
+
+// windowCountsToBinary with the window half as a constant, for halves 1 ... sizeof...(halves).
+template <int32_t... halves>
+void windowCountsOfHalf(int32_t half, const uint8_t *columns, uint8_t *dst, int32_t count, uint8_t level,
+                        std::integer_sequence<int32_t, halves...>) {
+    ((half == halves + 1 ? windowCountsToBinary<halves + 1>(columns, dst, count, level) : void()), ...);
+}
+
+// Widest window half summed directly; wider windows take the running row sums, whose cost does not grow
+// with the window.
+constexpr int32_t kDirectMaxHalf = 5;
 
 void countsToBinary(const uint8_t *sums, uint8_t *dst, int32_t count, uint8_t level) {
     for (int32_t x = 0; x < count; ++x) {
@@ -397,31 +423,40 @@ void countsToBinary(const uint8_t *sums, uint8_t *dst, int32_t count, uint8_t le
     }
 }
 
-// Region columns [x0, x1): the column sums cover the windows' reach [first, end) of the region.
-void countStrip(const SumPass &pass, int32_t x0, int32_t x1, uint8_t level) {
-    uint8_t columns[kCountStripColumns + 2 * kCountMaxHalf];
+// One row of counts from the column sums of a strip, `half` zero columns on either side included.
+void rowCounts(const uint8_t *columns, int32_t half, uint8_t *dst, int32_t count, uint8_t level) {
+    if (half <= kDirectMaxHalf) {
+        windowCountsOfHalf(half, columns, dst, count, level,
+                           std::make_integer_sequence<int32_t, kDirectMaxHalf>());
+        return;
+    }
     uint8_t sums[kCountStripColumns + 2 * kCountMaxHalf];
+    sumRowWrapping<uint8_t>(columns, sums, 0, count + 2 * half, half);
+    countsToBinary(sums + half, dst, count, level);
+}
+
+// Region columns [x0, x1). The column sums span the windows' reach [x0 - half, x1 + half); the part of it
+// outside the region stays 0, so every window is a plain sum of 2 half + 1 column sums.
+void countStrip(const SumPass &pass, int32_t x0, int32_t x1, uint8_t level) {
+    uint8_t columns[kCountStripColumns + 2 * kCountMaxHalf] = {};
     const int32_t half = pass.half;
     const int32_t first = x0 - half > 0 ? x0 - half : 0;
     const int32_t end = x1 + half < pass.width ? x1 + half : pass.width;
     const int32_t count = end - first;
+    uint8_t *inside = columns + (first - (x0 - half));
     auto srcRow = [&](int32_t j) { return rowOf<uint8_t>(pass.src.map, pass.srcY + j) + pass.srcX + first; };
-    for (int32_t x = 0; x < count; ++x) {
-        columns[x] = 0;
-    }
     for (int32_t j = 0; j < half; ++j) {
-        addColumns(columns, srcRow(j), count, true);
+        addColumns(inside, srcRow(j), count, true);
     }
     for (int32_t j = 0; j < pass.height; ++j) {
         if (j + half < pass.height) {
-            addColumns(columns, srcRow(j + half), count, true);
+            addColumns(inside, srcRow(j + half), count, true);
         }
         if (j - half - 1 >= 0) {
-            addColumns(columns, srcRow(j - half - 1), count, false);
+            addColumns(inside, srcRow(j - half - 1), count, false);
         }
-        sumRowWrapping<uint8_t>(columns, sums, 0, count, half);
-        countsToBinary(sums + (x0 - first), rowOf<uint8_t>(pass.dst.map, pass.dstY + j) + pass.dstX + x0,
-                       x1 - x0, level);
+        rowCounts(columns, half, rowOf<uint8_t>(pass.dst.map, pass.dstY + j) + pass.dstX + x0, x1 - x0,
+                  level);
     }
 }
 

@@ -52,9 +52,10 @@ constexpr int32_t kCountStripColumns = 4096;
 // The byte box sums of a region (window 2 half + 1, odd, half <= kCountMaxHalf, region at least one
 // window wide and high, distinct planes) turned into 1 where the sum is at least `level`, else 0: the same
 // bits as the row pass, the column pass and a threshold of the sums, without a scratch image. Column sums
-// of up to kCountStripColumns region columns (plus the windows' reach) are kept on the stack and updated
-// row by row ((sum + in) - out, modulo 256), then summed along the row with the wrapping row kernel.
-// Costs one read of the source region and one write of the destination region.
+// of up to kCountStripColumns region columns (plus the windows' reach, zero outside the region) are kept
+// on the stack and updated row by row (+ in, - out, modulo 256), then summed along the row: directly for
+// small windows, by the wrapping row kernel for wider ones. Costs one read of the source region and one
+// write of the destination region.
 void boxCountsAtLeast(const SumPass &pass, uint8_t level);
 
 // boxCountsAtLeast on the regions of two byte images when they are of the kind it covers (both regions
