@@ -23,7 +23,11 @@ class PXENV_API CMarkupSTL {
     CMarkupSTL &operator=(const CMarkupSTL &) = delete;
 
     // Parses `doc` and, when it is well-formed XML, replaces the document with it and moves to the top level
-    // before the first element. O(length). False for a malformed text, which changes nothing.
+    // before the first element. O(length). False for a malformed text, which changes nothing: unclosed or
+    // mismatched tags, unquoted attributes, no or several top-level elements, a null character, an unpaired
+    // surrogate, or a character reference to a surrogate or beyond U+10FFFF. The parser does not validate
+    // further: duplicate attributes and undeclared entities (kept as text) are accepted, text after the
+    // top-level element is dropped.
     bool SetDoc(const std::u16string &doc);
     // The document as text, without an XML declaration and without added white space; empty for an empty
     // document. O(size of the document).
@@ -31,12 +35,12 @@ class PXENV_API CMarkupSTL {
 
     // Adds an element `name` (with text content `data` when not empty) after the current element of the
     // level (at the end of the level when there is none) and makes it current. At the top level only one
-    // element may exist. O(length). False, changing nothing, for an invalid XML name or a second top-level
-    // element.
+    // element may exist. O(length). False, changing nothing, for an invalid XML name, a second top-level
+    // element, or data with an unpaired surrogate or a null character.
     bool AddElem(const std::u16string &name, const std::u16string &data = std::u16string());
     // Sets an attribute of the current element (replacing the value of an attribute of the same name, else
-    // appending it). O(attributes). False, changing nothing, without a current element or for an invalid
-    // XML name.
+    // appending it). O(attributes). False, changing nothing, without a current element, for an invalid
+    // XML name, or for a value with an unpaired surrogate or a null character.
     bool AddAttrib(const std::u16string &name, const std::u16string &value);
     // As above with the number printed in decimal.
     bool AddAttrib(const std::u16string &name, int value);

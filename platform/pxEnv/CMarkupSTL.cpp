@@ -16,9 +16,11 @@ struct CMarkupSTL::Impl {
 
 namespace {
 
-// UTF-8 form of a 16-bit string; false for an unpaired surrogate.
+// UTF-8 form of a 16-bit string; false for an unpaired surrogate or a null character (which XML cannot hold
+// and which would otherwise cut the text short).
 bool toUtf8(const std::u16string &text, std::string &out) {
-    return pxenv::utf16ToUtf8(reinterpret_cast<const uint16_t *>(text.c_str()), out);
+    return text.find(u'\0') == std::u16string::npos &&
+           pxenv::utf16ToUtf8(reinterpret_cast<const uint16_t *>(text.c_str()), out);
 }
 
 // UTF-16 form of pugixml's UTF-8 text (which it keeps well-formed); empty if it is not.
@@ -47,6 +49,23 @@ bool isXmlName(const std::u16string &name) {
     return true;
 }
 
+// The document as UTF-8 text, without declaration and without added white space.
+std::string serialise(const pugi::xml_document &doc) {
+    std::ostringstream text;
+    doc.save(text, "", pugi::format_raw | pugi::format_no_declaration, pugi::encoding_utf8);
+    return text.str();
+}
+
+// True when a parsed document has exactly one top-level element and all its text is valid UTF-8 (a
+// character reference to a surrogate or beyond U+10FFFF decodes to bytes that are not).
+bool isWellFormed(const pugi::xml_document &doc) {
+    int elements = 0;
+    for (pugi::xml_node node = doc.first_child(); node; node = node.next_sibling())
+        elements += node.type() == pugi::node_element ? 1 : 0;
+    std::u16string unused;
+    return elements == 1 && pxenv::utf8ToUtf16(serialise(doc), unused);
+}
+
 // A valid XML name in its UTF-8 form; false when it is not one.
 bool xmlName(const std::u16string &name, std::string &out) {
     return isXmlName(name) && toUtf8(name, out);
@@ -65,7 +84,8 @@ bool CMarkupSTL::SetDoc(const std::u16string &doc) {
     if (!toUtf8(doc, utf8))
         return false;
     pugi::xml_document parsed;
-    if (!parsed.load_buffer(utf8.data(), utf8.size(), pugi::parse_default, pugi::encoding_utf8))
+    if (!parsed.load_buffer(utf8.data(), utf8.size(), pugi::parse_default, pugi::encoding_utf8) ||
+        !isWellFormed(parsed))
         return false;
     impl_->doc.reset(parsed);
     ResetPos();
@@ -73,9 +93,7 @@ bool CMarkupSTL::SetDoc(const std::u16string &doc) {
 }
 
 std::u16string CMarkupSTL::GetDoc() const {
-    std::ostringstream text;
-    impl_->doc.save(text, "", pugi::format_raw | pugi::format_no_declaration, pugi::encoding_utf8);
-    return toUtf16(text.str().c_str());
+    return toUtf16(serialise(impl_->doc).c_str());
 }
 
 bool CMarkupSTL::AddElem(const std::u16string &name, const std::u16string &data) {

@@ -66,6 +66,32 @@ TEST(MarkupDocument, MalformedDocumentChangesNothing) {
     }
 }
 
+TEST(MarkupDocument, SeveralRootsNullCharactersAndBadReferencesAreMalformed) {
+    CMarkupSTL xml;
+    ASSERT_TRUE(xml.SetDoc(u"<root a=\"1\"/>"));
+    std::u16string withNull = u"<a/>";
+    withNull += u'\0';
+    withNull += u"<<<";
+    for (const std::u16string &bad :
+         {std::u16string(u"<a/><b/>"), withNull, std::u16string(u"<a b=\"&#xD800;\"/>"),
+          std::u16string(u"<a>&#x110000;</a>")}) {
+        EXPECT_FALSE(xml.SetDoc(bad));
+        EXPECT_EQ(u"<root a=\"1\"/>", xml.GetDoc());
+    }
+}
+
+TEST(MarkupBuild, NullCharactersAreRefusedNotCut) {
+    CMarkupSTL xml;
+    std::u16string withNull = u"ab";
+    withNull += u'\0';
+    withNull += u"cd";
+    EXPECT_FALSE(xml.AddElem(u"e", withNull));
+    ASSERT_TRUE(xml.AddElem(u"e"));
+    EXPECT_FALSE(xml.AddAttrib(u"v", withNull));
+    EXPECT_FALSE(xml.AddAttrib(u"v" + withNull, u"1"));
+    EXPECT_EQ(u"<e/>", xml.GetDoc());
+}
+
 TEST(MarkupDocument, SetDocMovesToTheTopLevel) {
     CMarkupSTL xml;
     ASSERT_TRUE(xml.SetDoc(u"<?xml version=\"1.0\"?><!-- c --><root><x/></root>"));
