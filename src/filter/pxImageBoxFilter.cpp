@@ -121,8 +121,9 @@ template <> struct WrapLanes<uint8_t> {
         return add(v, _mm_slli_si128(v, 8));
     }
     static __m128i splatLast(__m128i v) {
-        const __m128i pairs = _mm_unpackhi_epi8(v, v); // lane 15 twice in 16-bit lane 7
-        return _mm_unpackhi_epi64(_mm_shufflehi_epi16(pairs, 0xFF), _mm_shufflehi_epi16(pairs, 0xFF));
+        const __m128i pairs = _mm_unpackhi_epi8(v, v);         // lane 15 twice in 16-bit lane 7
+        const __m128i high = _mm_shufflehi_epi16(pairs, 0xFF); // 16-bit lanes 4..7 = lane 7
+        return _mm_unpackhi_epi64(high, high);
     }
 };
 template <> struct WrapLanes<uint16_t> {
