@@ -29,8 +29,8 @@ class PXENV_API PxFileName {
                              uint32_t setNumber, uint32_t position, uint32_t repeat, char16_t *output,
                              size_t capacity);
 
-    // Sets the separator that ImageForTile and PxMakePath insert between path parts. O(1). Not
-    // thread-safe: set it before naming files concurrently.
+    // Sets the separator that ImageForTile and PxMakePath insert between path parts. O(1). Thread-safe
+    // (atomic); a name built while another thread changes it uses either the old or the new separator.
     static void SetSeparator(char16_t separator);
 
     // The separator inserted between path parts. O(1).

@@ -2,14 +2,16 @@
 // position, and the separator that the naming functions insert.
 #include "pxEnvPath.h"
 
+#include <atomic>
 #include <string>
 
 namespace {
 
+// Atomic so that a container setting it while another thread names files is no data race.
 #if defined(_WIN32)
-char16_t g_separator = u'\\';
+std::atomic<char16_t> g_separator{u'\\'};
 #else
-char16_t g_separator = u'/';
+std::atomic<char16_t> g_separator{u'/'};
 #endif
 
 // Decimal digits of value, zero-padded to at least `width` digits, as 16-bit characters.
@@ -45,9 +47,9 @@ bool PxFileName::ImageForTile(const char16_t *directory, uint32_t tile, const ch
 }
 
 void PxFileName::SetSeparator(char16_t separator) {
-    g_separator = separator;
+    g_separator.store(separator, std::memory_order_relaxed);
 }
 
 char16_t PxFileName::GetSeparator() {
-    return g_separator;
+    return g_separator.load(std::memory_order_relaxed);
 }

@@ -6,6 +6,8 @@
 #include <filesystem>
 #include <fstream>
 #include <string>
+#include <thread>
+#include <vector>
 
 #include "pxEnvPath.h"
 
@@ -76,6 +78,24 @@ TEST(PathImageForTile, UsesTheSeparatorSet) {
     Separator slash(u'/');
     EXPECT_EQ(u'/', PxFileName::GetSeparator());
     EXPECT_EQ(u"a/b/T00001_FLS_00002_0.pxi", imageName(u"a/b", 1, u"FLS", 2, 0, 0));
+}
+
+TEST(PathImageForTile, SeparatorMayChangeWhileOtherThreadsName) {
+    Separator restore(u'\\');
+    std::vector<std::thread> threads;
+    threads.emplace_back([] {
+        for (int i = 0; i < 2000; ++i)
+            PxFileName::SetSeparator(i % 2 ? u'/' : u'\\');
+    });
+    for (int t = 0; t < 3; ++t)
+        threads.emplace_back([] {
+            for (int i = 0; i < 2000; ++i) {
+                const std::u16string name = imageName(u"d", 1, u"FLS", 2, 0, 0);
+                ASSERT_TRUE(name == u"d/T00001_FLS_00002_0.pxi" || name == u"d\\T00001_FLS_00002_0.pxi");
+            }
+        });
+    for (std::thread &thread : threads)
+        thread.join();
 }
 
 TEST(PathImageForTile, SeparatorIsNotDoubled) {
