@@ -43,11 +43,18 @@ bool blockSizes(int32_t width, int32_t height, int32_t pixelSize, int32_t border
     const int64_t fullHeight = int64_t{height} + 2 * int64_t{border};
     if (fullWidth > INT32_MAX || fullHeight > INT32_MAX)
         return false;
+    // The whole block (header, row table, pixels) must fit in half of size_t; on a host with a 32-bit size_t
+    // the row table alone may not. rowBytes is at least 1; the sum below cannot wrap (pixels <= 2^63,
+    // table < 2^34).
     const uint64_t rowBytes = static_cast<uint64_t>(fullWidth) * static_cast<uint64_t>(pixelSize);
-    if (rowBytes != 0 && static_cast<uint64_t>(fullHeight) > (SIZE_MAX / 2) / rowBytes)
+    if (static_cast<uint64_t>(fullHeight) > (SIZE_MAX / 2) / rowBytes)
         return false;
-    tableBytes = static_cast<size_t>(fullHeight) * sizeof(float *);
-    pixelBytes = static_cast<size_t>(rowBytes * static_cast<uint64_t>(fullHeight));
+    const uint64_t pixels = rowBytes * static_cast<uint64_t>(fullHeight);
+    const uint64_t table = static_cast<uint64_t>(fullHeight) * sizeof(float *);
+    if (pixels + table + sizeof(ImageBlock) > SIZE_MAX / 2)
+        return false;
+    tableBytes = static_cast<size_t>(table);
+    pixelBytes = static_cast<size_t>(pixels);
     return true;
 }
 

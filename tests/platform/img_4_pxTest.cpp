@@ -87,6 +87,19 @@ TEST(Img4Px, BadArgumentsGiveNullAndAnError) {
                         "alloc_image: width 0, height 3, pixel size 4, border 8 out of range"));
 }
 
+TEST(Img4Px, PixelSizesFromOneToSixteen) {
+    pxtest::LogCapture log;
+    FIMAGE *widest = alloc_image(3, 2, 16, 1);
+    ASSERT_NE(nullptr, widest);
+    EXPECT_EQ(5 * 16,
+              reinterpret_cast<char *>(widest->image[1]) - reinterpret_cast<char *>(widest->image[0]));
+    free_image(widest);
+    EXPECT_EQ(nullptr, alloc_image(3, 2, 17, 1));
+    EXPECT_TRUE(log.has(5, 0xC43D0003u, "img_4_px",
+                        "alloc_image: width 3, height 2, pixel size 17, border 1 out of range"));
+    EXPECT_EQ(1u, log.records().size());
+}
+
 TEST(Img4Px, AllocationFailureLeavesNothing) {
     FIMAGE *image = nullptr;
     const int allocations = pxtest::forEachAllocationFailure(
