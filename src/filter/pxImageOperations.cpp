@@ -1,4 +1,7 @@
-// Module pxImageOperations: thresholds, binary dilation and erosion built on the box sums, and negation.
+// Module pxImageOperations: thresholds, binary dilation and erosion built on the box sums, negation, and
+// region statistics (count, mean, standard deviation and histogram of the pixel values of a rectangle, or of
+// the vector lengths of a two-image vector field such as an optical flow).
+#include <cmath>
 #include <cstdint>
 
 #include "pxImage.h"
@@ -220,4 +223,365 @@ uint32_t pxImageOperationsNegateFloat(tag_pxImage *image) {
     }
     forEachPixel<float>(image, [](float v) { return 255.0f - v; });
     return 1;
+}
+
+// ---- Region statistics ----
+
+namespace {
+
+// Columns x0 .. x1 - 1 and rows y0 .. y1 - 1.
+struct Region {
+    int32_t x0, x1, y0, y1;
+    int32_t width() const { return x1 - x0; }
+    int32_t height() const { return y1 - y0; }
+};
+
+// The outputs shared by both functions; the range is in/out.
+struct Outputs {
+    int32_t bins;
+    uint32_t *histogram;
+    double *minimum;
+    double *maximum;
+    int32_t *count;
+    double *mean;
+    double *stdDev;
+};
+
+bool outputsGiven(const Outputs &out) {
+    return out.minimum != nullptr && out.maximum != nullptr && out.count != nullptr && out.mean != nullptr &&
+           out.stdDev != nullptr && (out.bins < 1 || out.histogram != nullptr);
+}
+
+bool hasPixels(const tag_pxImage *image) {
+    return image != nullptr && image->pixMap[0] != nullptr;
+}
+
+bool reportMissing() {
+    PX_ERROR(kModule, PX_ERR_INVALID_ARGUMENT, "missing image, pixels or output pointer\n");
+    return false;
+}
+
+// Both corner coordinates lie in [0, limit]; a NaN does not.
+bool cornersWithin(double a, double b, int32_t limit) {
+    return a >= 0.0 && a <= limit && b >= 0.0 && b <= limit;
+}
+
+// The region between two checked corners: bounds truncated toward zero, the upper one exclusive.
+Region regionOf(const double corner1[2], const double corner2[2]) {
+    return {static_cast<int32_t>(std::fmin(corner1[0], corner2[0])),
+            static_cast<int32_t>(std::fmax(corner1[0], corner2[0])),
+            static_cast<int32_t>(std::fmin(corner1[1], corner2[1])),
+            static_cast<int32_t>(std::fmax(corner1[1], corner2[1]))};
+}
+
+// Automatic range: starts at the quantity of the image's pixel (0, 0), then widens over the region. The
+// comparisons are written so that a NaN quantity replaces the bound, as the range search always did.
+template <typename Read>
+void findRange(const Read &read, const Region &region, double &minimum, double &maximum) {
+    minimum = static_cast<double>(read(0, 0));
+    maximum = minimum;
+    for (int32_t y = region.y0; y < region.y1; ++y) {
+        for (int32_t x = region.x0; x < region.x1; ++x) {
+            const double q = static_cast<double>(read(x, y));
+            if (!(q > minimum)) {
+                minimum = q;
+            }
+            if (!(maximum > q)) {
+                maximum = q;
+            }
+        }
+    }
+}
+
+// The histogram bin of a pixel whose offset from the minimum is d (already raised to 0 if not positive).
+// The index is not limited above: the caller's array must cover the range. An offset of 0 in a range of
+// width 0 (0 / 0) is bin 0; a quotient no 32-bit index can hold names no counter and is skipped.
+bool binIndex(double d, double binWidth, int32_t &index) {
+    const double quotient = std::floor(d / binWidth);
+    if (std::isnan(quotient)) {
+        index = 0;
+        return true;
+    }
+    if (!(quotient >= 0.0 && quotient <= static_cast<double>(INT32_MAX))) {
+        return false;
+    }
+    index = static_cast<int32_t>(quotient);
+    return true;
+}
+
+// Adds the region's quantities to the sums (only those within the range when bins is non-zero) and, with
+// bins >= 1, counts every region pixel in the histogram.
+template <typename Read, typename Sums>
+void accumulate(const Read &read, const Region &region, const Outputs &out, Sums &sums) {
+    const double minimum = *out.minimum;
+    const double maximum = *out.maximum;
+    const double binWidth = (maximum - minimum) / out.bins;
+    for (int32_t y = region.y0; y < region.y1; ++y) {
+        for (int32_t x = region.x0; x < region.x1; ++x) {
+            const auto q = read(x, y);
+            const double value = static_cast<double>(q);
+            if (out.bins == 0 || (minimum <= value && value <= maximum)) {
+                sums.add(q);
+            }
+            if (out.bins >= 1) {
+                double d = value - minimum;
+                if (!(d > 0.0)) {
+                    d = 0.0;
+                }
+                int32_t index = 0;
+                if (binIndex(d, binWidth, index)) {
+                    out.histogram[index] += 1;
+                }
+            }
+        }
+    }
+}
+
+// Steps shared by both functions once the arguments are checked: range, sums, histogram.
+template <typename Read, typename Sums>
+void measure(const Read &read, const Region &region, const Outputs &out, Sums &sums) {
+    if (out.bins > 0 && *out.minimum == 0.0 && *out.maximum == 0.0) {
+        findRange(read, region, *out.minimum, *out.maximum);
+    }
+    accumulate(read, region, out, sums);
+}
+
+// Sums of 8-, 16- and 32-bit integer pixels: 32-bit integers that wrap, read as signed.
+struct IntegerSums {
+    uint32_t sum = 0;
+    uint32_t squares = 0;
+    void add(int32_t q) {
+        sum += static_cast<uint32_t>(q);
+        squares += static_cast<uint32_t>(q) * static_cast<uint32_t>(q);
+    }
+    double total() const { return static_cast<int32_t>(sum); }
+    double totalSquares() const { return static_cast<int32_t>(squares); }
+};
+
+// Sums of float pixels: in double, with the square formed in single precision.
+struct FloatSums {
+    double sum = 0.0;
+    double squares = 0.0;
+    void add(float q) {
+        sum += static_cast<double>(q);
+        squares += static_cast<double>(q * q);
+    }
+    double total() const { return sum; }
+    double totalSquares() const { return squares; }
+};
+
+// Sums in double (double pixels and every vector length).
+struct DoubleSums {
+    double sum = 0.0;
+    double squares = 0.0;
+    void add(double q) {
+        sum += q;
+        squares += q * q;
+    }
+    double total() const { return sum; }
+    double totalSquares() const { return squares; }
+};
+
+// Reads plane 0 of an image as Stored and hands the pixel on as Quantity (so UBYTE and SHORT pixels are
+// read as signed numbers by choosing a signed Stored type).
+template <typename Stored, typename Quantity> struct PixelReader {
+    Stored *const *rows;
+    explicit PixelReader(const tag_pxImage *image)
+        : rows(reinterpret_cast<Stored *const *>(image->pixMap[0])) {}
+    Quantity operator()(int32_t x, int32_t y) const { return static_cast<Quantity>(rows[y][x]); }
+};
+
+template <typename Stored, typename Quantity, typename Sums>
+uint32_t pixValueOfType(const tag_pxImage *image, const Region &region, const Outputs &out) {
+    Sums sums;
+    measure(PixelReader<Stored, Quantity>(image), region, out, sums);
+    const int32_t count = region.width() * region.height();
+    *out.count = count;
+    if (count <= 0) {
+        PX_TRACE(kModule);
+        return 0;
+    }
+    const double mean = sums.total() / count;
+    *out.mean = mean;
+    *out.stdDev = std::sqrt(sums.totalSquares() / count - mean * mean);
+    return 1;
+}
+
+// Vector length of two integer components: the sum of squares in 32-bit arithmetic (wrapping), read as
+// signed before the square root.
+template <typename Stored> struct IntegerNorm {
+    PixelReader<Stored, int32_t> fx, fy;
+    IntegerNorm(const tag_pxImage *x, const tag_pxImage *y) : fx(x), fy(y) {}
+    double operator()(int32_t x, int32_t y) const {
+        const uint32_t a = static_cast<uint32_t>(fx(x, y));
+        const uint32_t b = static_cast<uint32_t>(fy(x, y));
+        return std::sqrt(static_cast<double>(static_cast<int32_t>(a * a + b * b)));
+    }
+};
+
+// Vector length of two float components: the sum of squares in single precision, the root in double.
+struct FloatNorm {
+    PixelReader<float, float> fx, fy;
+    FloatNorm(const tag_pxImage *x, const tag_pxImage *y) : fx(x), fy(y) {}
+    double operator()(int32_t x, int32_t y) const {
+        const float a = fx(x, y);
+        const float b = fy(x, y);
+        return std::sqrt(static_cast<double>(a * a + b * b));
+    }
+};
+
+// Vector length of two double components.
+struct DoubleNorm {
+    PixelReader<double, double> fx, fy;
+    DoubleNorm(const tag_pxImage *x, const tag_pxImage *y) : fx(x), fy(y) {}
+    double operator()(int32_t x, int32_t y) const {
+        const double a = fx(x, y);
+        const double b = fy(x, y);
+        return std::sqrt(a * a + b * b);
+    }
+};
+
+// One component of a vector field whose two images differ in type: each pixel is read by its own image's
+// type (UBYTE and SHORT as signed) and handed on as double.
+struct ComponentReader {
+    const tag_pxImage *image;
+    double operator()(int32_t x, int32_t y) const {
+        switch (image->type) {
+        case UBYTE:
+            return PixelReader<int8_t, double>(image)(x, y);
+        case SHORT:
+            return PixelReader<int16_t, double>(image)(x, y);
+        case INT:
+            return PixelReader<int32_t, double>(image)(x, y);
+        case FLOAT:
+            return PixelReader<float, double>(image)(x, y);
+        default:
+            return PixelReader<double, double>(image)(x, y);
+        }
+    }
+};
+
+// Vector length of components of different types, formed in double.
+struct MixedNorm {
+    ComponentReader fx, fy;
+    MixedNorm(const tag_pxImage *x, const tag_pxImage *y) : fx{x}, fy{y} {}
+    double operator()(int32_t x, int32_t y) const {
+        const double a = fx(x, y);
+        const double b = fy(x, y);
+        return std::sqrt(a * a + b * b);
+    }
+};
+
+bool typeMeasurable(int32_t type) {
+    return type == UBYTE || type == SHORT || type == INT || type == FLOAT || type == DOUBLE;
+}
+
+template <typename Norm> uint32_t flowNormWith(const Norm &norm, const Region &region, const Outputs &out) {
+    DoubleSums sums;
+    measure(norm, region, out, sums);
+    const int32_t count = region.width() * region.height();
+    *out.count = count;
+    const double mean = sums.total() / count;
+    *out.mean = mean;
+    if (count <= 0) {
+        PX_TRACE(kModule);
+        return 0;
+    }
+    *out.stdDev = std::sqrt(sums.totalSquares() / count - mean * mean);
+    return 1;
+}
+
+uint32_t flowNormOfType(const tag_pxImage *flowX, const tag_pxImage *flowY, const Region &region,
+                        const Outputs &out) {
+    if (flowX->type != flowY->type) {
+        return flowNormWith(MixedNorm(flowX, flowY), region, out);
+    }
+    switch (flowX->type) {
+    case UBYTE:
+        return flowNormWith(IntegerNorm<int8_t>(flowX, flowY), region, out);
+    case SHORT:
+        return flowNormWith(IntegerNorm<int16_t>(flowX, flowY), region, out);
+    case INT:
+        return flowNormWith(IntegerNorm<int32_t>(flowX, flowY), region, out);
+    case FLOAT:
+        return flowNormWith(FloatNorm(flowX, flowY), region, out);
+    default:
+        return flowNormWith(DoubleNorm(flowX, flowY), region, out);
+    }
+}
+
+// The two component images are refused only when width, height and type all differ at once.
+bool componentsComparable(const tag_pxImage *flowX, const tag_pxImage *flowY) {
+    return flowX->width == flowY->width || flowX->height == flowY->height || flowX->type == flowY->type;
+}
+
+} // namespace
+
+extern "C" PXIMAGE_API uint32_t pxImageGetAvaragePixValue(const tag_pxImage *image, const double corner1[2],
+                                                          const double corner2[2], int32_t bins,
+                                                          uint32_t *histogram, double *minimum,
+                                                          double *maximum, int32_t *count, double *mean,
+                                                          double *stdDev) {
+    const Outputs out{bins, histogram, minimum, maximum, count, mean, stdDev};
+    if (!hasPixels(image) || corner1 == nullptr || corner2 == nullptr || !outputsGiven(out)) {
+        return reportMissing();
+    }
+    if (!cornersWithin(corner1[0], corner2[0], image->width)) {
+        PX_ERROR(kModule, PX_ERR_INVALID_ARGUMENT, "x out of image limits\n");
+        return 0;
+    }
+    if (!cornersWithin(corner1[1], corner2[1], image->height)) {
+        PX_ERROR(kModule, PX_ERR_INVALID_ARGUMENT, "y out of image limits\n");
+        return 0;
+    }
+    const Region region = regionOf(corner1, corner2);
+    switch (image->type) {
+    case UBYTE:
+        return pixValueOfType<int8_t, int32_t, IntegerSums>(image, region, out);
+    case SHORT:
+        return pixValueOfType<int16_t, int32_t, IntegerSums>(image, region, out);
+    case INT:
+        return pixValueOfType<int32_t, int32_t, IntegerSums>(image, region, out);
+    case FLOAT:
+        return pixValueOfType<float, float, FloatSums>(image, region, out);
+    case DOUBLE:
+        return pixValueOfType<double, double, DoubleSums>(image, region, out);
+    default:
+        PX_ERROR(kModule, PX_ERR_INVALID_ARGUMENT, "unsupported format for averaging");
+        return 0;
+    }
+}
+
+extern "C" PXIMAGE_API uint32_t pxImageGetAvarageFlowNorm(const tag_pxImage *flowX, const tag_pxImage *flowY,
+                                                          const double corner1[2], const double corner2[2],
+                                                          int32_t bins, uint32_t *histogram, double *minimum,
+                                                          double *maximum, int32_t *count, double *mean,
+                                                          double *stdDev) {
+    const Outputs out{bins, histogram, minimum, maximum, count, mean, stdDev};
+    if (!hasPixels(flowX) || !hasPixels(flowY) || corner1 == nullptr || corner2 == nullptr ||
+        !outputsGiven(out)) {
+        return reportMissing();
+    }
+    if (!componentsComparable(flowX, flowY)) {
+        PX_ERROR(kModule, PX_ERR_INVALID_ARGUMENT,
+                 "x and y components of flow must be of the same type, height and width\n");
+        return 0;
+    }
+    // The x component's size rules; the region must also lie inside the y component so that no read
+    // leaves its pixels.
+    if (!cornersWithin(corner1[0], corner2[0], flowX->width) ||
+        !cornersWithin(corner1[0], corner2[0], flowY->width)) {
+        PX_ERROR(kModule, PX_ERR_INVALID_ARGUMENT, "region x coordinate out of image limits\n");
+        return 0;
+    }
+    if (!cornersWithin(corner1[1], corner2[1], flowX->height) ||
+        !cornersWithin(corner1[1], corner2[1], flowY->height)) {
+        PX_ERROR(kModule, PX_ERR_INVALID_ARGUMENT, "region y coordinate out of image limits\n");
+        return 0;
+    }
+    if (!typeMeasurable(flowX->type) || !typeMeasurable(flowY->type)) {
+        PX_ERROR(kModule, PX_ERR_INVALID_ARGUMENT, "unsupported format for averaging");
+        return 0;
+    }
+    return flowNormOfType(flowX, flowY, regionOf(corner1, corner2), out);
 }
