@@ -165,17 +165,23 @@ ImagePtr loadWithOpenCv(const std::string &path) {
     return image;
 }
 
-// Loads a file of our format with the library.
+// Loads a file of our format with the library. The reader decodes CBIT, CSHORT and SHORT12 data only into
+// their own in-memory type, so encoded files are read as stored and converted afterwards.
 ImagePtr loadOurs(const std::string &path, int32_t type) {
     LeadingFields fields{};
     if (!readLeadingFields(path, fields) || !plausibleHeader(fields)) {
         throw Error(path + ": not an image file (neither PNG, TIFF, PGM nor a pxImage file)");
     }
+    const bool encoded = fields.type == CBIT || fields.type == CSHORT || fields.type == SHORT12;
     tag_pxImage *raw = nullptr;
-    if (!pxImageRead(utf16Path(path).data(), type, 0, &raw)) {
+    if (!pxImageRead(utf16Path(path).data(), encoded ? 0 : type, 0, &raw)) {
         throw libraryFailure(path + ": cannot read");
     }
-    return ImagePtr(raw);
+    ImagePtr image(raw);
+    if (type == 0 || type == image->type) {
+        return image;
+    }
+    return convertImage(image.get(), type, false);
 }
 
 // Name of the temporary file that an image is written to before it replaces `path`: same folder and
