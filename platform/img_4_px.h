@@ -47,8 +47,9 @@ IMG4PX_API FIMAGE *alloc_image(int32_t width, int32_t height, int32_t pixelSize,
 /* Frees an image from alloc_image (null is fine). O(1). Anything else is refused with a logged error. */
 IMG4PX_API void free_image(FIMAGE *image);
 
-/* Copies the pixels of source into destination (same width and height, margins not copied).
- * O(width x height). Returns 1, or 0 when the sizes differ or a row table is missing. */
+/* Copies the pixels of source into destination (same width and height, margins not copied; source and
+ * destination may be the same image). O(width x height). Returns 1, or 0, copying nothing, when the sizes
+ * differ or are negative, or a row table or one of its rows is null. */
 IMG4PX_API int fcopy_img(FIMAGE source, FIMAGE destination);
 
 #ifdef __cplusplus

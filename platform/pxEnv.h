@@ -41,16 +41,19 @@ typedef void (*pxEnvLogSink)(void *user, int kind, int level, int line, const ch
  * emitted. A sink may itself log (the lock is recursive). */
 PXENV_API void pxEnvSetLogSink(pxEnvLogSink sink, void *user);
 
-/* Logs a message at a level; a null format is a trace (empty text). printf-style. No result. */
+/* Logs a message at a level; a null format is a trace (empty text). printf-style. Any level reaches the sink
+ * (the default sink prints a level outside 1..5 as '?'). O(text length). No result. */
 PXENV_API void writeLogF(int level, int line, const char *module, const char *date, const char *format, ...);
 
-/* Logs a message with an error code; printf-style format (null gives an empty text). No result. */
+/* Logs a message with an error code; printf-style format (null gives an empty text). O(text length). No
+ * result. */
 PXENV_API void writeLogI(int level, int line, const char *module, const char *date, uint32_t code,
                          const char *format, ...);
 
 /* Reports an error by code: the arguments are formatted with the environment's own format for that code
  * (pxEnvErrorFormat), so the record always carries readable text. The argument types per code are listed
- * in docs/platform.md; a null text argument prints as "(null)". No result. */
+ * in docs/platform.md; a null text argument prints as "(null)". O(number of codes + text length). No
+ * result. */
 PXENV_API void sendError(int level, int line, const char *module, const char *date, uint32_t code, ...);
 
 /* The printf format that sendError uses for a code. For a code outside the catalogue it is a generic format
@@ -81,10 +84,11 @@ PXENV_API int pxEnvLoadParamFile(const char *path);
 
 /* ---- Memory ----------------------------------------------------------------------------------------------
  * Each allocator takes the address of the pointer to fill; on failure it stores null and returns 0, on
- * success it returns 1. A request of 0 bytes allocates a minimal block. */
+ * success it returns 1 (a null address is 0, nothing stored). A request of 0 bytes allocates a minimal block.
+ * Cost: the C runtime's calloc (zero fill, O(size)) or malloc; thread-safe. */
 PXENV_API int pxMallocInitZero(void **pointer, size_t size);
 PXENV_API int pxMallocNoInit(void **pointer, size_t size);
-/* Frees *pointer (null is fine) and sets it to null. O(1). Returns 1. */
+/* Frees *pointer (a null pointer or a null address is fine) and sets it to null. O(1). Returns 1. */
 PXENV_API int pxMallocFree(void **pointer);
 
 /* Test hook: the n-th allocation from now (1 = the next one) fails, once; 0 (or a negative n) disarms.
@@ -103,8 +107,9 @@ PXENV_API FILE *pxFileOpen(const uint16_t *path, const char *mode);
 PXENV_API int pxFileClose(FILE *file);
 
 /* The file byte order is little-endian on every host. Each reader and writer moves 2 or 4 bytes, O(1), and
- * returns 1 on success and 0 when fewer bytes moved (errno kept from the C runtime; EINVAL for a null file
- * or value); a failed read leaves *value unchanged. */
+ * returns 1 on success and 0 when fewer bytes moved (errno kept from the C runtime, which sets none at end
+ * of file; EINVAL for a null file or value); a failed read leaves *value unchanged, and the file position
+ * past the bytes that were read. */
 PXENV_API int pxEnvReadShort(FILE *file, uint16_t *value);
 PXENV_API int pxEnvReadInt(FILE *file, int32_t *value);
 PXENV_API int pxEnvWriteShort(FILE *file, uint16_t value);

@@ -150,6 +150,7 @@ TEST_F(PxEnvFile, ShortReadsFailAndKeepTheValue) {
     EXPECT_EQ(0, pxEnvReadShort(in, &s));
     EXPECT_EQ(5, s);
     EXPECT_EQ(0, pxEnvReadShort(in, &s)) << "at end of file";
+    EXPECT_EQ(3, std::ftell(in)) << "a short read leaves the position past the bytes read";
     std::fclose(in);
 }
 

@@ -206,6 +206,19 @@ TEST(PxEnvLog, DefaultSinkLineFormat) {
               stderrOf([] { sendError(5, 4, "m", "d", 0xC41A0017u, 9); }));
 }
 
+TEST(PxEnvLog, LevelsOutsideOneToFiveReachTheSinkAsGiven) {
+    {
+        LogCapture log;
+        writeLogF(0, 1, "pxImageCut", "d", "cut %dx%d", 2, 3);
+        EXPECT_EQ(0, only(log).level);
+    }
+    LogLevelEnv level("-5");
+    EXPECT_EQ("[?] m:1 (d) zero\n[?] m:2 (d) nine\n", stderrOf([] {
+                  writeLogF(0, 1, "m", "d", "zero");
+                  writeLogF(9, 2, "m", "d", "nine");
+              }));
+}
+
 TEST(PxEnvLog, DefaultThresholdHidesTracesAndInfo) {
     LogLevelEnv level(nullptr);
     EXPECT_EQ("", stderrOf([] {

@@ -95,6 +95,27 @@ TEST_F(PxEnvParam, BadValuesGiveDefaultAndFail) {
     }
 }
 
+TEST_F(PxEnvParam, InfinityAndNanParse) {
+    pxEnvSetParam("inf", "-inf");
+    pxEnvSetParam("nan", "nan");
+    float f = 0.0f;
+    double d = 0.0;
+    EXPECT_EQ(1, pxEnvGetParam2float("inf", 0.0f, &f));
+    EXPECT_EQ(-INFINITY, f);
+    EXPECT_EQ(1, pxEnvGetParam2double("nan", 0.0, &d));
+    EXPECT_TRUE(std::isnan(d));
+}
+
+TEST_F(PxEnvParam, FloatUnderflowFailsButDoubleHoldsIt) {
+    pxEnvSetParam("k", "1e-50");
+    float f = 0.0f;
+    double d = 0.0;
+    EXPECT_EQ(0, pxEnvGetParam2float("k", 2.0f, &f));
+    EXPECT_EQ(2.0f, f);
+    EXPECT_EQ(1, pxEnvGetParam2double("k", 2.0, &d));
+    EXPECT_EQ(1e-50, d);
+}
+
 TEST_F(PxEnvParam, FloatOutOfRangeButDoubleInRange) {
     pxEnvSetParam("k", "1e300");
     float f = 0.0f;

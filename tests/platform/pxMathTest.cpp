@@ -86,6 +86,9 @@ TEST(PxMathSolveCubic, RejectsZeroLeadingCoefficientAndNullOutputs) {
     EXPECT_EQ(7, n);
     EXPECT_EQ(0, pxMathSolveCubic(1.0, 1.0, 2.0, 3.0, nullptr, roots));
     EXPECT_EQ(0, pxMathSolveCubic(1.0, 1.0, 2.0, 3.0, &n, nullptr));
+    EXPECT_EQ(0, pxMathSolveCubic(INFINITY, 1.0, 2.0, 3.0, &n, roots));
+    EXPECT_EQ(0, pxMathSolveCubic(NAN, 1.0, 2.0, 3.0, &n, roots));
+    EXPECT_EQ(7, n);
 }
 
 TEST(PxMathCopyVec2ToVec2, CopiesBothCoordinates) {
@@ -94,6 +97,15 @@ TEST(PxMathCopyVec2ToVec2, CopiesBothCoordinates) {
     pxMathCopyVec2ToVec2(&from, &to);
     EXPECT_EQ(1.25, to.x);
     EXPECT_EQ(-7.5, to.y);
+}
+
+TEST(PxMathCopyVec2ToVec2, NullPointersDoNothing) {
+    const pxMathVec2 from = {1.0, 2.0};
+    pxMathVec2 to = {3.0, 4.0};
+    pxMathCopyVec2ToVec2(nullptr, &to);
+    pxMathCopyVec2ToVec2(&from, nullptr);
+    EXPECT_EQ(3.0, to.x);
+    EXPECT_EQ(4.0, to.y);
 }
 
 } // namespace
