@@ -6,6 +6,7 @@
 #include <cmath>
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
 #include <random>
 
 #include <opencv2/core.hpp>
@@ -39,8 +40,13 @@ struct FileCloser {
 };
 using FilePtr = std::unique_ptr<FILE, FileCloser>;
 
-// Opens a file for reading or fails with "<path>: <system error text>".
+// Opens a file for reading or fails with "<path>: <system error text>" (a directory opens on this system,
+// and would only fail at the first read, so it is refused by name).
 FilePtr openForReading(const std::string &path) {
+    std::error_code error;
+    if (std::filesystem::is_directory(path, error)) {
+        throw Error(path + ": " + std::strerror(EISDIR));
+    }
     errno = 0;
     FilePtr file(std::fopen(path.c_str(), "rb"));
     if (!file) {
@@ -487,6 +493,12 @@ ImagePtr readHeaderBlock(const std::string &path, std::string &version, int32_t 
     LeadingFields fields{};
     if (!readLeadingFields(path, fields) || !plausibleHeader(fields)) {
         throw Error(path + ": not a pxImage file");
+    }
+    std::error_code error;
+    const uintmax_t size = std::filesystem::file_size(path, error);
+    if (!error && size < 512) {
+        throw Error(path + ": not a pxImage file (" + std::to_string(size) +
+                    " bytes, shorter than the 512-byte header block)");
     }
     FilePtr file = openForReading(path);
     tag_pxImage *raw = nullptr;
