@@ -9,6 +9,9 @@
 #include <filesystem>
 #include <random>
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <opencv2/core.hpp>
 #include <opencv2/core/utils/logger.hpp>
 #include <opencv2/imgcodecs.hpp>
@@ -144,11 +147,51 @@ cv::Mat planeAsMat(const tag_pxImage *image) {
     return cv::Mat(image->height, image->width, CV_MAKETYPE(cvDepthOf(image->type), 1), rows[0], stride);
 }
 
+// Sends the process's standard error to /dev/null while it lives: the codec libraries under OpenCV print
+// their own messages there ("libpng error: Read Error") before OpenCV reports the failure, which the tool
+// then states in its own words.
+class QuietStderr {
+  public:
+    QuietStderr() {
+        std::fflush(stderr);
+        saved_ = dup(STDERR_FILENO);
+        const int null = open("/dev/null", O_WRONLY);
+        if (saved_ >= 0 && null >= 0) {
+            dup2(null, STDERR_FILENO);
+        }
+        if (null >= 0) {
+            close(null);
+        }
+    }
+    ~QuietStderr() {
+        std::fflush(stderr);
+        if (saved_ >= 0) {
+            dup2(saved_, STDERR_FILENO);
+            close(saved_);
+        }
+    }
+    QuietStderr(const QuietStderr &) = delete;
+    QuietStderr &operator=(const QuietStderr &) = delete;
+
+  private:
+    int saved_;
+};
+
+// Decodes a file through OpenCV without the codecs' own messages; empty when it cannot.
+cv::Mat quietImread(const std::string &path) {
+    const QuietStderr quiet;
+    try {
+        return cv::imread(path, cv::IMREAD_UNCHANGED);
+    } catch (const cv::Exception &) {
+        return cv::Mat();
+    }
+}
+
 // Loads a PNG, TIFF or PGM file through OpenCV into a one-plane image with border 0.
 ImagePtr loadWithOpenCv(const std::string &path) {
-    const cv::Mat mat = cv::imread(path, cv::IMREAD_UNCHANGED);
+    const cv::Mat mat = quietImread(path);
     if (mat.empty()) {
-        throw Error(path + ": cannot decode the image");
+        throw Error(path + ": cannot decode the image (damaged or cut short)");
     }
     if (mat.channels() != 1) {
         throw Error(path + ": has " + std::to_string(mat.channels()) +
