@@ -35,6 +35,11 @@ ImagePtr loadImage(const std::string &path, int32_t type = 0);
 void saveImage(const tag_pxImage *image, const std::string &path, int32_t fileType = 0,
                bool transform = false);
 
+// Checks that an output file can be made at `path` (a file beside it is created and removed again), so that
+// a command with several outputs can refuse before it writes any. O(1). Throws Error with the system's
+// reason.
+void checkWritable(const std::string &path);
+
 // Copies an image into a new record of pixel type `type` (0: the same) with border 0, with or without the
 // SHORT<->FLOAT transform (0..65535 <-> about 0..255). O(pixels). Throws Error.
 ImagePtr convertImage(const tag_pxImage *image, int32_t type, bool transform);

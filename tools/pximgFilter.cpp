@@ -120,6 +120,8 @@ struct ExtremeOptions {
 };
 
 void runMinAndRange(const ExtremeOptions &options) {
+    checkWritable(options.io.output);
+    checkWritable(options.rangeOutput);
     ImagePtr image = loadImage(options.io.input);
     if (image->type != SHORT) {
         image = convertImage(image.get(), FLOAT, false);
@@ -445,6 +447,7 @@ void writeChart(const Measurement &m, const std::string &title, const std::strin
     if (m.histogram.empty()) {
         throw Error("--plot needs --bins of 1 or more");
     }
+    checkWritable(path);
     bool written = false;
     try {
         written = cv::imwrite(path, drawChart(m, title));
@@ -473,6 +476,11 @@ void runStats(const StatsOptions &options) {
         corner2[1] = options.region[3];
     }
     const Measurement m = measure(image.get(), flowY.get(), corner1, corner2, options.bins, !options.raw);
+    if (!options.plot.empty()) { // first, so that a chart that cannot be written leaves no output at all
+        const std::string title = options.input + ": n " + std::to_string(m.count) + ", mean " +
+                                  number(m.mean) + ", sd " + number(m.stdDev);
+        writeChart(m, title, options.plot);
+    }
     const Rect r = rectOf(corner1, corner2);
     std::printf("measured    %s\n", flowY ? "vector length sqrt(x^2 + y^2)" : "pixel value");
     std::printf("region      columns %d..%d, rows %d..%d (%d x %d)\n", r.x0, r.x1 - 1, r.y0, r.y1 - 1,
@@ -484,11 +492,6 @@ void runStats(const StatsOptions &options) {
         std::printf("range       %s .. %s\n", number(m.minimum).c_str(), number(m.maximum).c_str());
     }
     printHistogram(m);
-    if (!options.plot.empty()) {
-        const std::string title = options.input + ": n " + std::to_string(m.count) + ", mean " +
-                                  number(m.mean) + ", sd " + number(m.stdDev);
-        writeChart(m, title, options.plot);
-    }
 }
 
 // ---- Registration --------------------------------------------------------------------------------------

@@ -532,6 +532,16 @@ void saveImage(const tag_pxImage *image, const std::string &path, int32_t fileTy
     }
 }
 
+void checkWritable(const std::string &path) {
+    std::error_code error;
+    if (std::filesystem::is_directory(path, error)) {
+        throw Error(path + ": " + std::strerror(EISDIR));
+    }
+    const std::string temp = partialName(path);
+    createEmpty(temp, path);
+    std::remove(temp.c_str());
+}
+
 ImagePtr readHeaderBlock(const std::string &path, std::string &version, int32_t &storedType) {
     LeadingFields fields{};
     if (!readLeadingFields(path, fields) || !plausibleHeader(fields)) {
