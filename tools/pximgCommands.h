@@ -58,6 +58,10 @@ ImagePtr synthesizeFrame(int32_t width, int32_t height, uint32_t seed, int32_t s
 // and the text of the last error is kept for libraryFailure. Call once, before any command runs.
 void installLibraryLog();
 
+// Turns the printing of the library's warnings off (false) and on again (true), for a call whose warnings the
+// tool states in its own words. O(1).
+void showLibraryWarnings(bool show);
+
 // An Error for a library call that returned 0: "<what>: <text of the last error the library logged>".
 // Clears the kept text.
 Error libraryFailure(const std::string &what);

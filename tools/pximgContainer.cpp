@@ -1,6 +1,7 @@
 // Container subcommands of pximg: `container write` stores a synthetic grab (one frame per image of the
 // grab type) with the container's naming and encodings; `container read` reads a grab back, lists its files
 // and prints the container's XML form.
+#include <algorithm>
 #include <filesystem>
 #include <iostream>
 #include <memory>
@@ -35,15 +36,20 @@ class ListedContainer : public PxImageContainer {
         SetDir(wide(options.directory));
     }
     size_t imageCount() const { return static_cast<size_t>(numImages()); }
+    // The current name of the file of slot i, or with `older` its older name.
+    std::u16string nameOf(size_t i, bool older) const {
+        char16_t name[NameCapacity];
+        const bool made = older ? MakeFullOldImageName(GetDir().c_str(), i, name)
+                                : MakeFullImageName(GetDir().c_str(), i, name);
+        if (!made)
+            throw Error(std::string("the ") + (older ? "older " : "") + "file name of image " +
+                        std::to_string(i) + " is too long");
+        return name;
+    }
     // The file of slot i that Read takes: the current name, or the older one when that file is missing.
     std::u16string fileOf(size_t i, bool &older) const {
-        char16_t name[NameCapacity];
-        if (!MakeFullImageName(GetDir().c_str(), i, name))
-            throw Error("the file name of image " + std::to_string(i) + " is too long");
-        older = !PxFileExist(name);
-        if (older && !MakeFullOldImageName(GetDir().c_str(), i, name))
-            throw Error("the older file name of image " + std::to_string(i) + " is too long");
-        return name;
+        older = !PxFileExist(nameOf(i, false).c_str());
+        return nameOf(i, older);
     }
     std::string kindOf(size_t i, bool older) const {
         const int e = static_cast<int>(i / 3);
@@ -63,19 +69,34 @@ std::string baseName(const std::string &name) {
     return slash == std::string::npos ? name : name.substr(slash + 1);
 }
 
-// One line per image: file name, kind word, encoding in the file, size and file size.
+// One line per image, in aligned columns: file name, kind word, encoding in the file, size and file size.
 void listImages(const ListedContainer &container, const std::string &directory, std::ostream &out) {
+    std::vector<std::vector<std::string>> rows;
     for (size_t i = 0; i < container.GetCount(); ++i) {
         bool older = false;
-        const std::string name = PxTextToUtf8(container.fileOf(i, older).c_str());
+        const std::string name = baseName(PxTextToUtf8(container.fileOf(i, older).c_str()));
         std::string version;
         int32_t stored = 0;
-        const std::string path = directory + "/" + baseName(name);
+        const std::string path = directory + "/" + name;
         ImagePtr header = readHeaderBlock(path, version, stored);
         const bool encoded = stored == CBIT || stored == CSHORT || stored == SHORT12;
-        out << baseName(name) << "  " << container.kindOf(i, older) << "  " << (encoded ? "" : "plain ")
-            << pixelTypeName(stored) << "  " << header->width << " x " << header->height << "  "
-            << std::filesystem::file_size(path) << " bytes" << (older ? "  (older name)" : "") << '\n';
+        rows.push_back({name, container.kindOf(i, older), (encoded ? "" : "plain ") + pixelTypeName(stored),
+                        std::to_string(header->width) + " x " + std::to_string(header->height),
+                        std::to_string(std::filesystem::file_size(path)) + " bytes",
+                        older ? "(older name)" : ""});
+    }
+    std::vector<size_t> widths(6, 0);
+    for (const auto &row : rows)
+        for (size_t c = 0; c < row.size(); ++c)
+            widths[c] = std::max(widths[c], row[c].size());
+    for (const auto &row : rows) {
+        std::string line;
+        for (size_t c = 0; c < row.size(); ++c) {
+            const std::string pad(widths[c] - row[c].size(), ' ');
+            const bool right = c == 3 || c == 4; // numbers line up on their last digit
+            line += (c ? "  " : "") + (right ? pad + row[c] : row[c] + pad);
+        }
+        out << line.erase(line.find_last_not_of(' ') + 1) << '\n';
     }
 }
 
@@ -90,9 +111,33 @@ void runWrite(const GrabOptions &options) {
     listImages(container, options.directory, std::cout);
 }
 
+// Before a read: names a file missing under both names, and says which files are read by their older name
+// (in place of the library's own warning, which does not name the file).
+void checkFiles(const ListedContainer &container, const std::string &directory) {
+    std::error_code error;
+    if (!std::filesystem::is_directory(directory, error))
+        return; // the container reports a missing directory itself
+    for (size_t i = 0; i < container.imageCount(); ++i) {
+        bool older = false;
+        const std::string file = baseName(PxTextToUtf8(container.fileOf(i, older).c_str()));
+        if (!older)
+            continue;
+        const std::string current = baseName(PxTextToUtf8(container.nameOf(i, false).c_str()));
+        if (!std::filesystem::exists(directory + "/" + file))
+            throw Error(directory + ": image " + std::to_string(i) + " of the grab is missing: " +
+                        (current == file ? current + " does not exist"
+                                         : "neither " + current + " nor its older name " + file + " exists"));
+        std::cerr << "pximg: warning: " << current << " not found; reading the older name " << file << '\n';
+    }
+}
+
 void runRead(const GrabOptions &options) {
     ListedContainer container(options);
-    if (!container.Read())
+    checkFiles(container, options.directory);
+    showLibraryWarnings(false);
+    const bool read = container.Read();
+    showLibraryWarnings(true);
+    if (!read)
         throw libraryFailure(options.directory + ": cannot read the grab");
     std::cout << "read " << container.GetCount() << " images of grab type " << options.grabType << ", tile "
               << options.tile << '\n';

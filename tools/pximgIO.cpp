@@ -26,13 +26,16 @@ namespace {
 // Text of the last error or message the library logged, for libraryFailure.
 std::string lastLibraryMessage;
 
+// Whether the sink prints the library's warnings.
+bool printWarnings = true;
+
 // Log sink: keeps every record that carries text, prints warnings, drops traces.
 void librarySink(void *, int kind, int level, int, const char *, const char *, uint32_t, const char *text) {
     if (text == nullptr || text[0] == '\0') {
         return;
     }
     lastLibraryMessage = text;
-    if (kind == PXENV_LOG_F && level == 4) {
+    if (kind == PXENV_LOG_F && level == 4 && printWarnings) {
         std::fprintf(stderr, "pximg: warning: %s\n", text);
     }
 }
@@ -436,6 +439,10 @@ uint32_t decodeUtf8(const std::string &text, size_t &i) {
 void installLibraryLog() {
     pxEnvSetLogSink(librarySink, nullptr);
     cv::utils::logging::setLogLevel(cv::utils::logging::LOG_LEVEL_SILENT);
+}
+
+void showLibraryWarnings(bool show) {
+    printWarnings = show;
 }
 
 Error libraryFailure(const std::string &what) {

@@ -30,9 +30,9 @@ if(NOT at EQUAL 0)
 endif()
 foreach(expected
     "^read 9 images of grab type 55, tile 7\n"
-    "T00007_FLS_00010_0.pxi  FLS  (CSHORT|SHORT12)  96 x 64  [0-9]+ bytes\n"
-    "T00007_PRJ_00020_2.pxi  PRJ  SHORT12  96 x 64  [0-9]+ bytes\n"
-    "T00007_LGT_00030_1.pxi  LGT  SHORT12  96 x 64  [0-9]+ bytes\n"
+    "T00007_FLS_00010_0.pxi  FLS  (CSHORT |SHORT12)  96 x 64 +[0-9]+ bytes\n"
+    "T00007_PRJ_00020_2.pxi  PRJ  SHORT12  96 x 64 +[0-9]+ bytes\n"
+    "T00007_LGT_00030_1.pxi  LGT  SHORT12  96 x 64 +[0-9]+ bytes\n"
     "<PxImageContainer Tile=\"7\" ImgGrabType=\"55\" SetNum0=\"10\" SetNum1=\"20\" SetNum2=\"30\" Path=\"[^\"]+\"/>\n$")
   if(NOT read MATCHES "${expected}")
     message(FATAL_ERROR "container read output does not match '${expected}':\n${read}")
