@@ -18,7 +18,10 @@ int fail(const std::string &message) {
 } // namespace
 
 int main(int argc, char **argv) {
-    CLI::App app{"pximg: inspect, convert and demonstrate image files of the pxImage library", "pximg"};
+    CLI::App app{
+        "pximg: inspect, convert, filter and measure image files of the pxImage library, and write and read "
+        "grabs",
+        "pximg"};
     app.set_version_flag("--version", "pximg " PXIMG_VERSION);
     app.require_subcommand(1);
     pximg::addFileCommands(app);

@@ -554,8 +554,10 @@ void addPointOperations(CLI::App *filter) {
     thresh->add_option("--level", threshold->level, "threshold")->required();
     thresh->add_flag("--upper", threshold->upper, "clear only the pixels below the level");
     thresh
-        ->add_option("--set-value", threshold->setValue,
-                     "value written for pixels at or above the level (default 1; 255 to view as PNG)")
+        ->add_option(
+            "--set-value", threshold->setValue,
+            "value written for pixels at or above the level (default 1; to view the result as a PNG: "
+            "255 for ubyte images, 65535 for short ones)")
         ->excludes("--upper");
     thresh->callback([threshold] { runThreshold(*threshold); });
 
