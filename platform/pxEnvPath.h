@@ -53,3 +53,7 @@ PXENV_API bool PxDirectoryExist(const char16_t *path);
 // The UTF-8 form of a null-terminated UTF-16 text, for messages and logs (separators are kept as they are).
 // O(length). Null, or a text with an unpaired surrogate, gives the empty string.
 PXENV_API std::string PxTextToUtf8(const char16_t *text);
+
+// The UTF-16 form of a UTF-8 text, for building 16-bit paths from 8-bit ones. O(length). Returns false (out
+// unspecified) for a malformed, overlong or surrogate-encoding sequence.
+PXENV_API bool PxTextToUtf16(const std::string &text, std::u16string &out);

@@ -17,6 +17,7 @@
 #include <opencv2/imgcodecs.hpp>
 
 #include "pxEnv.h"
+#include "pxEnvPath.h"
 #include "pximgCommands.h"
 
 namespace pximg {
@@ -396,44 +397,6 @@ std::vector<double> paintObjects(int32_t width, int32_t height, const std::vecto
     return signal;
 }
 
-// Length of the UTF-8 sequence that a lead byte starts (1..4), or 0 for a byte that starts none.
-int utf8SequenceLength(unsigned char lead) {
-    if (lead < 0x80) {
-        return 1;
-    }
-    if (lead >= 0xC2 && lead < 0xE0) {
-        return 2;
-    }
-    if (lead >= 0xE0 && lead < 0xF0) {
-        return 3;
-    }
-    return lead >= 0xF0 && lead < 0xF5 ? 4 : 0;
-}
-
-// Decodes the code point at text[i] and moves i past it. Throws Error on a truncated, overlong or
-// surrogate-encoding sequence.
-uint32_t decodeUtf8(const std::string &text, size_t &i) {
-    static const uint32_t smallest[] = {0, 0, 0x80, 0x800, 0x10000};
-    const unsigned char lead = static_cast<unsigned char>(text[i]);
-    const int length = utf8SequenceLength(lead);
-    if (length == 0 || i + size_t(length) > text.size()) {
-        throw Error(text + ": the path is not valid UTF-8");
-    }
-    uint32_t code = length == 1 ? lead : lead & (0x7Fu >> length);
-    for (int k = 1; k < length; ++k) {
-        const unsigned char next = static_cast<unsigned char>(text[i + size_t(k)]);
-        if ((next & 0xC0) != 0x80) {
-            throw Error(text + ": the path is not valid UTF-8");
-        }
-        code = (code << 6) | (next & 0x3Fu);
-    }
-    if (code < smallest[length] || code > 0x10FFFF || (code >= 0xD800 && code < 0xE000)) {
-        throw Error(text + ": the path is not valid UTF-8");
-    }
-    i += size_t(length);
-    return code;
-}
-
 } // namespace
 
 void installLibraryLog() {
@@ -452,16 +415,11 @@ Error libraryFailure(const std::string &what) {
 }
 
 std::vector<uint16_t> utf16Path(const std::string &path) {
-    std::vector<uint16_t> out;
-    for (size_t i = 0; i < path.size();) {
-        const uint32_t code = decodeUtf8(path, i);
-        if (code >= 0x10000) {
-            out.push_back(static_cast<uint16_t>(0xD800 + ((code - 0x10000) >> 10)));
-            out.push_back(static_cast<uint16_t>(0xDC00 + ((code - 0x10000) & 0x3FF)));
-        } else {
-            out.push_back(static_cast<uint16_t>(code));
-        }
+    std::u16string text;
+    if (!PxTextToUtf16(path, text)) {
+        throw Error(path + ": the path is not valid UTF-8");
     }
+    std::vector<uint16_t> out(text.begin(), text.end());
     out.push_back(0);
     return out;
 }

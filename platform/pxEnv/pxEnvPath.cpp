@@ -65,3 +65,7 @@ std::string PxTextToUtf8(const char16_t *text) {
         utf8.clear();
     return utf8;
 }
+
+bool PxTextToUtf16(const std::string &text, std::u16string &out) {
+    return pxenv::utf8ToUtf16(text, out);
+}

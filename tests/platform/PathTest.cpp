@@ -201,4 +201,13 @@ TEST(PathTextToUtf8, ConvertsAndKeepsSeparators) {
     EXPECT_EQ("", PxTextToUtf8(unpaired));
 }
 
+TEST(PathTextToUtf16, ConvertsAndRefusesMalformedText) {
+    std::u16string out;
+    ASSERT_TRUE(PxTextToUtf16("a\\b/\xC3\xA4\xF0\x9D\x84\x9E", out));
+    EXPECT_EQ(u"a\\b/\u00E4\U0001D11E", out);
+    EXPECT_FALSE(PxTextToUtf16("\xC3", out));         // cut short
+    EXPECT_FALSE(PxTextToUtf16("\xC0\xAF", out));     // overlong
+    EXPECT_FALSE(PxTextToUtf16("\xED\xA0\x80", out)); // an encoded surrogate
+}
+
 } // namespace
