@@ -2,6 +2,8 @@
 // assembly, and small images with known pixels.
 #pragma once
 
+#include <unistd.h>
+
 #include <gtest/gtest.h>
 
 #include <cstdint>
@@ -27,7 +29,9 @@ inline const uint16_t *wide(const std::u16string &path) {
 // A file in the test's temporary directory, removed when the object goes away.
 class TempFile {
   public:
-    explicit TempFile(const std::string &name) : path_(::testing::TempDir() + "pxImageFileTest_" + name) {
+    // The process id keeps the names apart when several test processes run at once.
+    explicit TempFile(const std::string &name)
+        : path_(::testing::TempDir() + "pxImageFileTest_" + std::to_string(getpid()) + "_" + name) {
         std::remove(path_.c_str());
         wide_ = widePath(path_);
     }
