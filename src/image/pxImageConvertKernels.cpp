@@ -91,6 +91,13 @@ template <typename D> void portableFloatToClamped(const float *src, uint32_t cou
         dst[i] = static_cast<D>(roundClampFloat<kHigh<D>>(src[i]));
 }
 
+// Kind 9 of src[i] * scale. The product is a float expression rounded on its own: the build turns
+// floating-point contraction off, so it is never fused with a later step into one multiply-add.
+void portableFloatScaledToShort(const float *src, uint32_t count, float scale, uint16_t *dst) {
+    for (size_t i = 0; i < count; ++i)
+        dst[i] = static_cast<uint16_t>(roundClampFloat<kHigh<uint16_t>>(src[i] * scale));
+}
+
 // Tails of the vector kernels: the portable loop of the same kind.
 void portableToInt(const double *src, uint32_t count, int32_t *dst) {
     portableDoubleToInt(src, count, dst);
@@ -106,8 +113,9 @@ template <typename D> void portableToClamped(const float *src, uint32_t count, D
 }
 
 const pxImageNarrowKernels kPortable = {
-    portableDoubleToInt, portableDoubleToClamped<uint16_t>, portableDoubleToClamped<uint8_t>,
-    portableFloatToInt,  portableFloatToClamped<uint16_t>,  portableFloatToClamped<uint8_t>,
+    portableDoubleToInt,        portableDoubleToClamped<uint16_t>, portableDoubleToClamped<uint8_t>, // DOUBLE
+    portableFloatToInt,         portableFloatToClamped<uint16_t>,  portableFloatToClamped<uint8_t>,  // FLOAT
+    portableFloatScaledToShort,                                                                      // scaled
 };
 
 #if defined(__SSE2__)
@@ -153,13 +161,15 @@ inline __m128i sse2RoundFour(const double *src) {
 // passes the next integer away from zero exactly when |remainder| >= 0.5. Where whole is INT32_MIN the
 // rule gives INT32_MIN as well (NaN; |v| >= 2^31, whose sum leaves int32; v = -2^31, whose step is 0), so
 // the step is dropped there.
-inline __m128i sse2RoundFour(const float *src) {
-    const __m128 value = _mm_loadu_ps(src);
+inline __m128i sse2RoundFour(__m128 value) {
     const __m128i whole = _mm_cvttps_epi32(value);
     const __m128 rest = _mm_sub_ps(value, _mm_cvtepi32_ps(whole));
     const __m128i step = _mm_cvttps_epi32(_mm_add_ps(rest, rest));
     const __m128i invalid = _mm_cmpeq_epi32(whole, _mm_set1_epi32(INT32_MIN));
     return _mm_add_epi32(whole, _mm_andnot_si128(invalid, step));
+}
+inline __m128i sse2RoundFour(const float *src) {
+    return sse2RoundFour(_mm_loadu_ps(src));
 }
 
 template <typename S> void sse2ToInt(const S *src, uint32_t count, int32_t *dst) {
@@ -188,9 +198,23 @@ template <typename S> void sse2ToUint8(const S *src, uint32_t count, uint8_t *ds
     portableToClamped(src + i, count - i, dst + i);
 }
 
+// Eight products src[i] * scale, each rounded to float by mulps as the scalar multiply rounds, then
+// rounded and clamped by the kind-9 steps above.
+void sse2FloatScaledToShort(const float *src, uint32_t count, float scale, uint16_t *dst) {
+    const __m128 factor = _mm_set1_ps(scale);
+    uint32_t i = 0;
+    for (; i + 8 <= count; i += 8) {
+        const __m128i low = sse2RoundFour(_mm_mul_ps(_mm_loadu_ps(src + i), factor));
+        const __m128i high = sse2RoundFour(_mm_mul_ps(_mm_loadu_ps(src + i + 4), factor));
+        _mm_storeu_si128(reinterpret_cast<__m128i *>(dst + i), packClampToUint16(low, high));
+    }
+    portableFloatScaledToShort(src + i, count - i, scale, dst + i);
+}
+
 const pxImageNarrowKernels kSse2 = {
-    sse2ToInt<double>, sse2ToUint16<double>, sse2ToUint8<double>,
-    sse2ToInt<float>,  sse2ToUint16<float>,  sse2ToUint8<float>,
+    sse2ToInt<double>,      sse2ToUint16<double>, sse2ToUint8<double>, // DOUBLE
+    sse2ToInt<float>,       sse2ToUint16<float>,  sse2ToUint8<float>,  // FLOAT
+    sse2FloatScaledToShort,                                            // scaled
 };
 
 // ---- AVX2 (functions compiled for AVX2, chosen only when the processor has it) ------------------------
@@ -212,13 +236,15 @@ PX_AVX2 inline __m256i avx2RoundEight(const double *src) {
 }
 
 // Eight floats rounded to int32: the single-precision steps of sse2RoundFour(const float *) on eight lanes.
-PX_AVX2 inline __m256i avx2RoundEight(const float *src) {
-    const __m256 value = _mm256_loadu_ps(src);
+PX_AVX2 inline __m256i avx2RoundEight(__m256 value) {
     const __m256i whole = _mm256_cvttps_epi32(value);
     const __m256 rest = _mm256_sub_ps(value, _mm256_cvtepi32_ps(whole));
     const __m256i step = _mm256_cvttps_epi32(_mm256_add_ps(rest, rest));
     const __m256i invalid = _mm256_cmpeq_epi32(whole, _mm256_set1_epi32(INT32_MIN));
     return _mm256_add_epi32(whole, _mm256_andnot_si256(invalid, step));
+}
+PX_AVX2 inline __m256i avx2RoundEight(const float *src) {
+    return avx2RoundEight(_mm256_loadu_ps(src));
 }
 
 template <typename S> PX_AVX2 void avx2ToInt(const S *src, uint32_t count, int32_t *dst) {
@@ -228,14 +254,16 @@ template <typename S> PX_AVX2 void avx2ToInt(const S *src, uint32_t count, int32
     portableToInt(src + i, count - i, dst + i);
 }
 
-// The unsigned 32->16 pack (packusdw) saturates a signed int32 to [0, 65535]: exactly the clamp.
+// Eight int32 clamped to [0, 65535] and packed to uint16 (packusdw saturates exactly to the clamp).
+PX_AVX2 inline __m128i avx2PackClampToUint16(__m256i value) {
+    return _mm_packus_epi32(_mm256_castsi256_si128(value), _mm256_extracti128_si256(value, 1));
+}
+
 template <typename S> PX_AVX2 void avx2ToUint16(const S *src, uint32_t count, uint16_t *dst) {
     uint32_t i = 0;
-    for (; i + 8 <= count; i += 8) {
-        const __m256i value = avx2RoundEight(src + i);
+    for (; i + 8 <= count; i += 8)
         _mm_storeu_si128(reinterpret_cast<__m128i *>(dst + i),
-                         _mm_packus_epi32(_mm256_castsi256_si128(value), _mm256_extracti128_si256(value, 1)));
-    }
+                         avx2PackClampToUint16(avx2RoundEight(src + i)));
     portableToClamped(src + i, count - i, dst + i);
 }
 
@@ -251,9 +279,29 @@ template <typename S> PX_AVX2 void avx2ToUint8(const S *src, uint32_t count, uin
     portableToClamped(src + i, count - i, dst + i);
 }
 
+// Products src[i] * scale rounded to float by vmulps (as the scalar multiply rounds; AVX2 code here is
+// compiled without FMA), then the kind-9 steps; sixteen per round, packed in-lane and put back in order
+// by one cross-lane permute, so each round ends in one 256-bit store.
+PX_AVX2 void avx2FloatScaledToShort(const float *src, uint32_t count, float scale, uint16_t *dst) {
+    const __m256 factor = _mm256_set1_ps(scale);
+    uint32_t i = 0;
+    for (; i + 16 <= count; i += 16) {
+        const __m256i low = avx2RoundEight(_mm256_mul_ps(_mm256_loadu_ps(src + i), factor));
+        const __m256i high = avx2RoundEight(_mm256_mul_ps(_mm256_loadu_ps(src + i + 8), factor));
+        _mm256_storeu_si256(reinterpret_cast<__m256i *>(dst + i),
+                            _mm256_permute4x64_epi64(_mm256_packus_epi32(low, high), 0xD8));
+    }
+    for (; i + 8 <= count; i += 8)
+        _mm_storeu_si128(
+            reinterpret_cast<__m128i *>(dst + i),
+            avx2PackClampToUint16(avx2RoundEight(_mm256_mul_ps(_mm256_loadu_ps(src + i), factor))));
+    portableFloatScaledToShort(src + i, count - i, scale, dst + i);
+}
+
 const pxImageNarrowKernels kAvx2 = {
-    avx2ToInt<double>, avx2ToUint16<double>, avx2ToUint8<double>,
-    avx2ToInt<float>,  avx2ToUint16<float>,  avx2ToUint8<float>,
+    avx2ToInt<double>,      avx2ToUint16<double>, avx2ToUint8<double>, // DOUBLE
+    avx2ToInt<float>,       avx2ToUint16<float>,  avx2ToUint8<float>,  // FLOAT
+    avx2FloatScaledToShort,                                            // scaled
 };
 
 #endif // __SSE2__

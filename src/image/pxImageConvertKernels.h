@@ -15,6 +15,9 @@ struct pxImageNarrowKernels {
     void (*floatToInt)(const float *src, uint32_t count, int32_t *dst);      // kind 8
     void (*floatToShort)(const float *src, uint32_t count, uint16_t *dst);   // kind 9
     void (*floatToUbyte)(const float *src, uint32_t count, uint8_t *dst);    // kind 10
+    // Kind 9 of each value times scale, in one pass: the product is the single-precision src[i] * scale
+    // (rounded to float as that multiply rounds), then rounded and clamped as floatToShort does.
+    void (*floatScaledToShort)(const float *src, uint32_t count, float scale, uint16_t *dst);
 };
 
 // Instruction-set levels of the kernels, from the portable C++ loops up.

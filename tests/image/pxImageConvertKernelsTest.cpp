@@ -1,5 +1,6 @@
 // Narrowing row kernels: every instruction-set level this machine runs, forced one at a time, against the
 // per-pixel reference of the row converter, bit for bit, at odd sizes and at starts off vector alignment.
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <limits>
@@ -88,7 +89,108 @@ void expectEqualsReference(void (*kernel)(const S *, uint32_t, D *), int32_t src
     }
 }
 
+// The range factor of the scaled FLOAT -> SHORT copy, as a float.
+const float kScale = static_cast<float>(256.98823529411766);
+
+// Values whose products with the scale land where rounding and clamping decide: each edge value, and
+// each divided by the scale with its two float neighbours (products just below, at and above the edge).
+std::vector<float> scaledEdgeValues(float scale) {
+    std::vector<float> v = edgeValues<float>();
+    const size_t edges = v.size();
+    const float inf = std::numeric_limits<float>::infinity();
+    for (size_t i = 0; i < edges; ++i) {
+        const float q = v[i] / scale;
+        v.insert(v.end(), {q, std::nextafter(q, -inf), std::nextafter(q, inf)});
+    }
+    return v;
+}
+
+// The fused scaled kernel against the two steps it replaces: the float product row, then the reference
+// of kind 9 over it. Rows mix scaled edge values, random bit patterns and random values; the target has a
+// guard pixel on either side.
+void expectScaledEqualsTwoSteps(void (*kernel)(const float *, uint32_t, float, uint16_t *), float scale,
+                                std::mt19937_64 &rng) {
+    const std::vector<float> edges = scaledEdgeValues(scale);
+    std::uniform_real_distribution<double> spread(-2.0, 300.0);
+    for (uint32_t count : kSizes) {
+        for (uint32_t start : kStarts) {
+            std::vector<float> source(count + start), product(count + start);
+            for (float &value : source) {
+                const uint64_t bits = rng();
+                if (bits % 3 == 0)
+                    value = edges[(bits >> 8) % edges.size()];
+                else if (bits % 3 == 1)
+                    std::memcpy(&value, &bits, sizeof value);
+                else
+                    value = static_cast<float>(spread(rng));
+            }
+            for (size_t i = 0; i < source.size(); ++i)
+                product[i] = source[i] * scale;
+            std::vector<uint16_t> fast(count + start + 2, 0x5A5A), reference(count + start + 2, 0x5A5A);
+            kernel(source.data() + start, count, scale, fast.data() + start + 1);
+            ASSERT_EQ(pxImageConvertRowReference(product.data() + start, count, FLOAT, SHORT,
+                                                 reference.data() + start + 1),
+                      1u);
+            ASSERT_EQ(fast, reference) << "scale " << scale << " count " << count << " start " << start;
+        }
+    }
+}
+
 } // namespace
+
+TEST(pxImageConvertKernels, ScaledFloatToShortEqualsMultiplyThenRoundAtEveryLevel) {
+    int levels = 0;
+    for (int level = PX_KERNELS_PORTABLE; level <= PX_KERNELS_AVX2; ++level) {
+        const pxImageNarrowKernels *k = pxImageNarrowKernelsAt(level);
+        if (k == nullptr)
+            continue;
+        ++levels;
+        SCOPED_TRACE(level);
+        std::mt19937_64 rng(20240613 + level);
+        for (int round = 0; round < 20; ++round)
+            for (float scale : {kScale, 1.0f, 0.5f, 3.0e38f, -kScale})
+                expectScaledEqualsTwoSteps(k->floatScaledToShort, scale, rng);
+    }
+    EXPECT_GE(levels, 1);
+}
+
+TEST(pxImageConvertKernels, ScaledFloatToShortEdgeValuesAtEveryLevel) {
+    // 1.0 -> 256.98822 -> 257; 255.0117 -> 65535 (the top of the range comes back); a product of 2^31 or
+    // more, infinity and NaN give 0; a value whose exact product is just below 0.5 but whose float product
+    // is 0.5 rounds to 1, as the product is rounded to float first.
+    const float half = 0.5f / kScale;
+    const float halfProduct = half * kScale;
+    const float values[] = {1.0f,
+                            255.01175f,
+                            1.0e10f,
+                            std::numeric_limits<float>::infinity(),
+                            std::numeric_limits<float>::quiet_NaN(),
+                            -1.0f,
+                            half,
+                            65535.0f / kScale,
+                            std::numeric_limits<float>::max(),
+                            -0.0f};
+    const uint16_t expected[] = {257,   65535, 0, 0, 0, 0, static_cast<uint16_t>(halfProduct >= 0.5f),
+                                 65535, 0,     0};
+    constexpr uint32_t kCount = sizeof values / sizeof values[0];
+    for (int level = PX_KERNELS_PORTABLE; level <= PX_KERNELS_AVX2; ++level) {
+        const pxImageNarrowKernels *k = pxImageNarrowKernelsAt(level);
+        if (k == nullptr)
+            continue;
+        SCOPED_TRACE(level);
+        // Twice in a row of 32, so the values pass through the vector body and the scalar tail.
+        std::vector<float> row(32, 2.0f);
+        std::copy(values, values + kCount, row.begin());
+        std::copy(values, values + kCount, row.begin() + 21);
+        std::vector<uint16_t> out(32);
+        k->floatScaledToShort(row.data(), 32, kScale, out.data());
+        for (uint32_t i = 0; i < kCount; ++i) {
+            EXPECT_EQ(out[i], expected[i]) << i;
+            EXPECT_EQ(out[21 + i], expected[i]) << i;
+        }
+        EXPECT_EQ(out[10], 514);
+    }
+}
 
 TEST(pxImageConvertKernels, EveryLevelEqualsTheReferenceBitForBit) {
     int levels = 0;
