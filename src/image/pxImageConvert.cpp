@@ -303,13 +303,15 @@ void copyShortToFloatScaled(const MapCopy &c) {
                                             static_cast<float *>(c.dstRow(y)));
 }
 
-// FLOAT -> SHORT with the transform, row by row through a scratch row.
+// FLOAT -> SHORT with the transform, row by row. The rows are scaled and converted in one pass; the copy
+// still takes its scratch row of one row of floats (and fails as before when it cannot), as callers rely
+// on this copy's allocation behaviour.
 uint32_t copyFloatToShortScaled(const MapCopy &c) {
     float *scratch = nullptr;
     if (!pxMallocNoInit(reinterpret_cast<void **>(&scratch), sizeof(float) * c.rowPixels()))
         return 0;
     for (int32_t y = -c.margin; y < c.height + c.margin; ++y)
-        pxImageConvertRowFloatToShortScaled(static_cast<const float *>(c.srcRow(y)), c.rowPixels(), scratch,
+        pxImageConvertRowFloatToShortScaled(static_cast<const float *>(c.srcRow(y)), c.rowPixels(),
                                             static_cast<uint16_t *>(c.dstRow(y)));
     pxMallocFree(reinterpret_cast<void **>(&scratch));
     return 1;
@@ -364,10 +366,8 @@ void pxImageConvertRowShortToFloatScaled(const uint16_t *src, uint32_t count, fl
         dst[i] = static_cast<float>(src[i]) * kInverseScale;
 }
 
-void pxImageConvertRowFloatToShortScaled(const float *src, uint32_t count, float *scratch, uint16_t *dst) {
-    for (size_t i = 0; i < count; ++i)
-        scratch[i] = src[i] * kScale;
-    pxImageNarrowKernelsBest().floatToShort(scratch, count, dst);
+void pxImageConvertRowFloatToShortScaled(const float *src, uint32_t count, uint16_t *dst) {
+    pxImageNarrowKernelsBest().floatScaledToShort(src, count, kScale, dst);
 }
 
 uint32_t pxImagePixMapConvertCopy(pxImagePixMap source, int32_t width, int32_t height, int32_t srcType,

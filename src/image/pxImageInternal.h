@@ -28,6 +28,7 @@ uint32_t pxImageConvertRowReference(const void *src, uint32_t count, int32_t src
                                     void *dst);
 
 // The scaled SHORT<->FLOAT conversion of one row: SHORT -> FLOAT multiplies by 1/F, FLOAT -> SHORT multiplies
-// by F into scratch (count floats) and then rounds and clamps; F = 256.98823529411766 as a float. O(count).
+// by F in single precision and then rounds and clamps (kind 9 of the product), in one pass; F =
+// 256.98823529411766 as a float. O(count).
 void pxImageConvertRowShortToFloatScaled(const uint16_t *src, uint32_t count, float *dst);
-void pxImageConvertRowFloatToShortScaled(const float *src, uint32_t count, float *scratch, uint16_t *dst);
+void pxImageConvertRowFloatToShortScaled(const float *src, uint32_t count, uint16_t *dst);

@@ -348,12 +348,12 @@ TEST(pxImageConvertRowScaled, MatchesThePerPixelRuleAtOddSizes) {
             EXPECT_EQ(std::memcmp(&floats[i], &expected, sizeof(float)), 0);
         }
         std::vector<uint8_t> raw = makeRow(FLOAT, count, rng, count);
-        std::vector<float> source(count), scratch(count), scaled(count);
+        std::vector<float> source(count), scaled(count);
         std::memcpy(source.data(), raw.data(), raw.size());
         for (uint32_t i = 0; i < count; ++i)
             scaled[i] = source[i] * scale;
         std::vector<uint16_t> fast(count), reference(count);
-        pxImageConvertRowFloatToShortScaled(source.data(), count, scratch.data(), fast.data());
+        pxImageConvertRowFloatToShortScaled(source.data(), count, fast.data());
         ASSERT_EQ(pxImageConvertRowReference(scaled.data(), count, FLOAT, SHORT, reference.data()), 1u);
         EXPECT_EQ(fast, reference) << count;
     }
