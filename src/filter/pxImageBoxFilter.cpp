@@ -105,6 +105,10 @@ template <typename T, int lanes> void sumRowGroupX(const SumPass &pass, int32_t 
 // rows of a power-of-two stride fall into the same cache sets and evict each other.
 constexpr int kRowLanes = 4;
 
+// Which pixels enter the running sum of an output: the incoming one (growing phase), the incoming minus
+// the outgoing one (full window) or minus the outgoing one only (shrinking phase).
+enum class Step { Grow, Slide, Shrink };
+
 #if defined(__SSE2__)
 // Vector steps of the wrapping row sums: 16 byte or 8 16-bit lanes, added and subtracted modulo the lane
 // width, with an in-register running sum (prefix) and the last lane copied to all lanes.
@@ -142,18 +146,26 @@ template <> struct WrapLanes<uint16_t> {
     }
 };
 
-// Full-window outputs [out, end) of a row: out[i] = out[i - 1] + (src[i + half] - src[i - half - 1]).
-// The differences of a vector of outputs are summed in the register and the running sum carried in, so
-// every output receives the same sum modulo the lane width as the step-by-step loop; the carried sum takes
-// the last lane of each vector's own prefix. Returns the first output not written.
-template <typename T>
-int32_t slideWrappingVector(const T *src, T *dst, T &s, int32_t out, int32_t end, int32_t half) {
+// Outputs [out, end) of a row in one phase: out[i] = out[i - 1] + src[i + half] (Grow),
+// + (src[i + half] - src[i - half - 1]) (Slide) or - src[i - half - 1] (Shrink). The changes of a vector of
+// outputs are summed in the register and the running sum carried in, so every output receives the same sum
+// modulo the lane width as the step-by-step loop; the carried sum takes the last lane of each vector's own
+// prefix. Every phase runs in vectors, so the cost of a row does not grow with the window. Returns the
+// first output not written.
+template <typename T, Step step>
+int32_t sumWrappingVector(const T *src, T *dst, T &s, int32_t out, int32_t end, int32_t half) {
     using L = WrapLanes<T>;
     __m128i carry = L::splat(s);
     for (; out + L::count <= end; out += L::count) {
-        const __m128i in = _mm_loadu_si128(reinterpret_cast<const __m128i *>(src + out + half));
-        const __m128i old = _mm_loadu_si128(reinterpret_cast<const __m128i *>(src + out - half - 1));
-        const __m128i local = L::prefix(L::sub(in, old));
+        __m128i change = _mm_setzero_si128();
+        if constexpr (step != Step::Shrink) {
+            change = _mm_loadu_si128(reinterpret_cast<const __m128i *>(src + out + half));
+        }
+        if constexpr (step != Step::Grow) {
+            const __m128i old = _mm_loadu_si128(reinterpret_cast<const __m128i *>(src + out - half - 1));
+            change = L::sub(change, old);
+        }
+        const __m128i local = L::prefix(change);
         _mm_storeu_si128(reinterpret_cast<__m128i *>(dst + out), L::add(local, carry));
         carry = L::add(carry, L::splatLast(local)); // only this addition waits for the previous step
     }
@@ -161,7 +173,8 @@ int32_t slideWrappingVector(const T *src, T *dst, T &s, int32_t out, int32_t end
     return out;
 }
 #else
-template <typename T> int32_t slideWrappingVector(const T *, T *, T &, int32_t out, int32_t, int32_t) {
+template <typename T, Step step>
+int32_t sumWrappingVector(const T *, T *, T &, int32_t out, int32_t, int32_t) {
     return out;
 }
 #endif
@@ -170,13 +183,15 @@ template <typename T> int32_t slideWrappingVector(const T *, T *, T &, int32_t o
 // associative, so grouping the additions differently gives the same bits as the running sum.
 template <typename T> void sumRowWrapping(const T *src, T *dst, T beyond, int32_t width, int32_t half) {
     T s = T(0);
-    int32_t p = 0;
-    for (; p < half; ++p) {
+    for (int32_t p = 0; p < half; ++p) {
         s += src[p];
     }
-    int32_t out = 0;
-    for (; out <= half && p < width; ++p, ++out) {
-        s += src[p];
+    // Growing outputs whose incoming pixel lies in the row; an even window as wide as the row takes one
+    // more, the pixel beyond it.
+    const int32_t growEnd = half + 1 < width - half ? half + 1 : width - half;
+    int32_t out = sumWrappingVector<T, Step::Grow>(src, dst, s, 0, growEnd, half);
+    for (; out < growEnd; ++out) {
+        s += src[out + half];
         dst[out] = s;
     }
     if (out <= half) {
@@ -184,11 +199,12 @@ template <typename T> void sumRowWrapping(const T *src, T *dst, T beyond, int32_
         dst[out++] = s;
     }
     const int32_t slideEnd = width - half; // outputs whose window lies inside the row
-    out = slideWrappingVector(src, dst, s, out, slideEnd, half);
+    out = sumWrappingVector<T, Step::Slide>(src, dst, s, out, slideEnd, half);
     for (; out < slideEnd; ++out) {
         s += static_cast<T>(src[out + half] - src[out - half - 1]);
         dst[out] = s;
     }
+    out = sumWrappingVector<T, Step::Shrink>(src, dst, s, out, width, half);
     for (; out < width; ++out) {
         s -= src[out - half - 1];
         dst[out] = s;

@@ -33,8 +33,10 @@ struct SumPass {
 // pixel right of the region: the next pixel of the row's storage, else the first stored pixel of the next
 // storage row, else 0. For the floating types the fast kernel runs several rows side by side, each with
 // its own running sum in the same order of additions. For the integer types, whose sums wrap modulo 2^8
-// or 2^16 so that any grouping of the additions gives the same bits, it sums the differences
-// in - out of a vector of outputs in the register and carries the running sum in (SSE2 where available).
+// or 2^16 so that any grouping of the additions gives the same bits, it sums the changes of a vector of
+// outputs (in, in - out or -out by phase) in the register and carries the running sum in (SSE2 where
+// available); the growing and shrinking phases run in vectors as well, so a row costs the same for every
+// window.
 template <typename T> void blockSumXFast(const SumPass &pass);
 template <typename T> void blockSumXReference(const SumPass &pass);
 

@@ -371,7 +371,7 @@ TEST(BoxSumKernels, FastEqualsReferenceBitForBit) {
 template <typename T> void expectWideRowsAgree(int32_t type) {
     uint32_t seed = 11;
     for (int width : {16, 17, 40, 100, 257, 1031}) {
-        for (int n : {1, 2, 3, 4, 5, 8, 15, 16, 17, 31, 32, 33, 63, 64, 100, 257, 1031}) {
+        for (int n : {1, 2, 3, 4, 5, 8, 15, 16, 17, 31, 32, 33, 47, 63, 64, 65, 100, 257, 1031}) {
             for (int place : {0, 1, 2}) {
                 if (n > width) {
                     continue;
