@@ -948,34 +948,28 @@ template <typename T> void minAndRange(const WindowPass &pass, bool shared) {
     }
 }
 
-} // namespace
-
-uint32_t pxImageBlockSumX(const tag_pxImage *source, int32_t n, tag_pxImage *destination) {
-    if (!hasPlane(source) || !hasPlane(destination) || regionWidth(source) < n ||
+// One exported sum pass: both images need a plane, the source region must be at least n long along the
+// pass (`length` of the region), and the two regions must have the same size.
+template <template <typename> class Pass>
+uint32_t blockSumPass(const tag_pxImage *source, int32_t n, tag_pxImage *destination,
+                      int64_t (*length)(const tag_pxImage *)) {
+    if (!hasPlane(source) || !hasPlane(destination) || length(source) < n ||
         regionWidth(destination) != regionWidth(source) ||
-        regionHeight(destination) != regionHeight(source)) {
-        PX_TRACE(kModule);
-        return 0;
-    }
-    if (!runSumPass<SumX>(source, n, destination)) {
+        regionHeight(destination) != regionHeight(source) || !runSumPass<Pass>(source, n, destination)) {
         PX_TRACE(kModule);
         return 0;
     }
     return 1;
 }
 
+} // namespace
+
+uint32_t pxImageBlockSumX(const tag_pxImage *source, int32_t n, tag_pxImage *destination) {
+    return blockSumPass<SumX>(source, n, destination, regionWidth);
+}
+
 uint32_t pxImageBlockSumY(const tag_pxImage *source, int32_t n, tag_pxImage *destination) {
-    if (!hasPlane(source) || !hasPlane(destination) || regionHeight(source) < n ||
-        regionWidth(destination) != regionWidth(source) ||
-        regionHeight(destination) != regionHeight(source)) {
-        PX_TRACE(kModule);
-        return 0;
-    }
-    if (!runSumPass<SumY>(source, n, destination)) {
-        PX_TRACE(kModule);
-        return 0;
-    }
-    return 1;
+    return blockSumPass<SumY>(source, n, destination, regionHeight);
 }
 
 bool pxbox::boxCountsAtLeastInRegion(const tag_pxImage *source, int32_t n, tag_pxImage *destination,
