@@ -330,7 +330,9 @@ PXIMAGE_API uint32_t pxImageCombine(const tag_pxImage *first, const tag_pxImage 
  * wrapping 32-bit integers, FLOAT and DOUBLE in double. With bins != 0 only pixels in [*minimum, *maximum]
  * enter the sums; with bins > 0 and both bounds 0.0 the range is found first, starting from pixel (0, 0).
  * With bins >= 1 every region pixel adds 1 to histogram[floor((value - min) / ((max - min) / bins))]: the
- * histogram is not cleared and needs bins + 1 counters (the maximum lands at index bins). The mean and the
+ * histogram is not cleared and needs bins + 1 counters (the maximum lands at index bins; a value below the
+ * minimum, a NaN and an index without a value count in bin 0). A pixel whose index would be above bins (above
+ * a caller's range, or past a range that a NaN pixel broke) is not counted. The mean and the
  * deviation divide by the full region count. O(region pixels). *count is always stored once the checks
  * pass; 0 for an empty region (then the result is 0 and *mean is left alone). */
 PXIMAGE_API uint32_t pxImageGetAvaragePixValue(const tag_pxImage *image, const double corner1[2],
@@ -340,9 +342,12 @@ PXIMAGE_API uint32_t pxImageGetAvaragePixValue(const tag_pxImage *image, const d
 
 /* pxImageGetAvaragePixValue for the vector length sqrt(fx^2 + fy^2) of a two-image vector field (x and y
  * components). The components are refused only when width, height and type all differ; the type and size
- * of the x component rule (a y component of another type is read by its own type and the length formed in
- * double; the region must lie inside both images). Sums are kept in double. O(region pixels). For an empty
- * region *mean receives sum / 0 before the result 0. */
+ * of the x component rule, and the region must lie inside both images. A y component of another type is
+ * read with the x component's type from its rows' bytes; it is refused ("y component rows too short to be
+ * read with the x component's pixel type") when its rows, margin excluded, cannot hold pixels of that type up
+ * to the region's right edge (and at least one). Integer lengths whose 32-bit sum of squares wraps negative
+ * are NaN. Sums are kept in double. O(region pixels). For an empty region *mean receives sum / 0 before the
+ * result 0. */
 PXIMAGE_API uint32_t pxImageGetAvarageFlowNorm(const tag_pxImage *flowX, const tag_pxImage *flowY,
                                                const double corner1[2], const double corner2[2], int32_t bins,
                                                uint32_t *histogram, double *minimum, double *maximum,

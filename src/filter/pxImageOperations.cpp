@@ -1,8 +1,10 @@
 // Module pxImageOperations: thresholds, binary dilation and erosion built on the box sums, negation, and
 // region statistics (count, mean, standard deviation and histogram of the pixel values of a rectangle, or of
 // the vector lengths of a two-image vector field such as an optical flow).
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <cstring>
 
 #include "pxImage.h"
 #include "image/pxImageInternal.h"
@@ -294,15 +296,17 @@ void findRange(const Read &read, const Region &region, double &minimum, double &
 }
 
 // The histogram bin of a pixel whose offset from the minimum is d (already raised to 0 if not positive).
-// The index is not limited above: the caller's array must cover the range. An offset of 0 in a range of
-// width 0 (0 / 0) is bin 0; a quotient no 32-bit index can hold names no counter and is skipped.
-bool binIndex(double d, double binWidth, int32_t &index) {
+// An offset of 0 in a range of width 0 (0 / 0), and any other quotient without a value (a NaN range, an
+// infinite offset over infinite bins), is bin 0. Only the bins + 1 counters 0..bins exist: the maximum lands
+// in bin `bins`, and a pixel further out (above a caller's range, or past a range that a NaN broke) names no
+// counter and is not counted.
+bool binIndex(double d, double binWidth, int32_t bins, int32_t &index) {
     const double quotient = std::floor(d / binWidth);
     if (std::isnan(quotient)) {
         index = 0;
         return true;
     }
-    if (!(quotient >= 0.0 && quotient <= static_cast<double>(INT32_MAX))) {
+    if (!(quotient >= 0.0 && quotient <= static_cast<double>(bins))) {
         return false;
     }
     index = static_cast<int32_t>(quotient);
@@ -329,7 +333,7 @@ void accumulate(const Read &read, const Region &region, const Outputs &out, Sums
                     d = 0.0;
                 }
                 int32_t index = 0;
-                if (binIndex(d, binWidth, index)) {
+                if (binIndex(d, binWidth, out.bins, index)) {
                     out.histogram[index] += 1;
                 }
             }
@@ -383,12 +387,18 @@ struct DoubleSums {
 };
 
 // Reads plane 0 of an image as Stored and hands the pixel on as Quantity (so UBYTE and SHORT pixels are
-// read as signed numbers by choosing a signed Stored type).
+// read as signed numbers by choosing a signed Stored type). The pixel is copied from the row's bytes, so the
+// y component of a flow can be read with the x component's type whatever the alignment of its rows.
 template <typename Stored, typename Quantity> struct PixelReader {
-    Stored *const *rows;
-    explicit PixelReader(const tag_pxImage *image)
-        : rows(reinterpret_cast<Stored *const *>(image->pixMap[0])) {}
-    Quantity operator()(int32_t x, int32_t y) const { return static_cast<Quantity>(rows[y][x]); }
+    void *const *rows;
+    explicit PixelReader(const tag_pxImage *image) : rows(image->pixMap[0]) {}
+    Quantity operator()(int32_t x, int32_t y) const {
+        Stored value;
+        std::memcpy(&value,
+                    static_cast<const unsigned char *>(rows[y]) + sizeof(Stored) * static_cast<size_t>(x),
+                    sizeof value);
+        return static_cast<Quantity>(value);
+    }
 };
 
 template <typename Stored, typename Quantity, typename Sums>
@@ -441,37 +451,6 @@ struct DoubleNorm {
     }
 };
 
-// One component of a vector field whose two images differ in type: each pixel is read by its own image's
-// type (UBYTE and SHORT as signed) and handed on as double.
-struct ComponentReader {
-    const tag_pxImage *image;
-    double operator()(int32_t x, int32_t y) const {
-        switch (image->type) {
-        case UBYTE:
-            return PixelReader<int8_t, double>(image)(x, y);
-        case SHORT:
-            return PixelReader<int16_t, double>(image)(x, y);
-        case INT:
-            return PixelReader<int32_t, double>(image)(x, y);
-        case FLOAT:
-            return PixelReader<float, double>(image)(x, y);
-        default:
-            return PixelReader<double, double>(image)(x, y);
-        }
-    }
-};
-
-// Vector length of components of different types, formed in double.
-struct MixedNorm {
-    ComponentReader fx, fy;
-    MixedNorm(const tag_pxImage *x, const tag_pxImage *y) : fx{x}, fy{y} {}
-    double operator()(int32_t x, int32_t y) const {
-        const double a = fx(x, y);
-        const double b = fy(x, y);
-        return std::sqrt(a * a + b * b);
-    }
-};
-
 bool typeMeasurable(int32_t type) {
     return type == UBYTE || type == SHORT || type == INT || type == FLOAT || type == DOUBLE;
 }
@@ -491,11 +470,9 @@ template <typename Norm> uint32_t flowNormWith(const Norm &norm, const Region &r
     return 1;
 }
 
+// Both components are read with the x component's type.
 uint32_t flowNormOfType(const tag_pxImage *flowX, const tag_pxImage *flowY, const Region &region,
                         const Outputs &out) {
-    if (flowX->type != flowY->type) {
-        return flowNormWith(MixedNorm(flowX, flowY), region, out);
-    }
     switch (flowX->type) {
     case UBYTE:
         return flowNormWith(IntegerNorm<int8_t>(flowX, flowY), region, out);
@@ -508,6 +485,15 @@ uint32_t flowNormOfType(const tag_pxImage *flowX, const tag_pxImage *flowY, cons
     default:
         return flowNormWith(DoubleNorm(flowX, flowY), region, out);
     }
+}
+
+// A y component of another type is read with the x component's type: its rows must hold pixels of that type
+// up to the region's right edge, and at least the first one (the automatic range starts from pixel (0, 0)).
+// Only the row's pixels count, not its margin, which holds no image data.
+bool yRowsHoldRegion(const tag_pxImage *flowX, const tag_pxImage *flowY, const Region &region) {
+    const int64_t columns = std::max(region.x1, 1);
+    const int64_t needed = columns * pxImagePixelSizeTable[flowX->type];
+    return needed <= static_cast<int64_t>(flowY->width) * pxImagePixelSizeTable[flowY->type];
 }
 
 // The two component images are refused only when width, height and type all differ at once.
@@ -568,9 +554,10 @@ extern "C" PXIMAGE_API uint32_t pxImageGetAvarageFlowNorm(const tag_pxImage *flo
         return 0;
     }
     // The x component's size rules; the region must also lie inside the y component so that no read
-    // leaves its pixels.
+    // leaves its pixels (in bytes of the x type when the types differ, checked below).
+    const bool sameType = flowX->type == flowY->type;
     if (!cornersWithin(corner1[0], corner2[0], flowX->width) ||
-        !cornersWithin(corner1[0], corner2[0], flowY->width)) {
+        (sameType && !cornersWithin(corner1[0], corner2[0], flowY->width))) {
         PX_ERROR(kModule, PX_ERR_INVALID_ARGUMENT, "region x coordinate out of image limits\n");
         return 0;
     }
@@ -583,5 +570,11 @@ extern "C" PXIMAGE_API uint32_t pxImageGetAvarageFlowNorm(const tag_pxImage *flo
         PX_ERROR(kModule, PX_ERR_INVALID_ARGUMENT, "unsupported format for averaging");
         return 0;
     }
-    return flowNormOfType(flowX, flowY, regionOf(corner1, corner2), out);
+    const Region region = regionOf(corner1, corner2);
+    if (!sameType && !yRowsHoldRegion(flowX, flowY, region)) {
+        PX_ERROR(kModule, PX_ERR_INVALID_ARGUMENT,
+                 "y component rows too short to be read with the x component's pixel type\n");
+        return 0;
+    }
+    return flowNormOfType(flowX, flowY, region, out);
 }
