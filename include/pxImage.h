@@ -308,7 +308,8 @@ PXIMAGE_API uint32_t pxImageDilate(const tag_pxImage *source, int32_t radius, ta
 PXIMAGE_API uint32_t pxImageErode(const tag_pxImage *source, int32_t radius, tag_pxImage *destination);
 
 /* Replaces every byte of plane 0 (width bytes by height rows) by its complement 255 - value, whatever the
- * pixel type. O(pixels). Always 1. */
+ * pixel type; a type whose pixels have no bytes (type 0), whose rows cannot hold width bytes, is reported
+ * and left alone. O(pixels). Always 1. */
 PXIMAGE_API uint32_t pxImageOperationsNegate(tag_pxImage *image);
 
 /* Replaces every 32-bit float of plane 0 by 255.0f - value, for any pixel type of at least 4 bytes; a

@@ -204,6 +204,12 @@ uint32_t pxImageOperationsNegate(tag_pxImage *image) {
     if (!hasPlane(image) || image->height < 1) {
         return 1;
     }
+    // A row of `width` bytes must fit in the row's storage: a type-0 plane has pixels of no bytes.
+    if (image->type < 0 || image->type > 8 || pxImagePixelSizeTable[image->type] < 1) {
+        // Reported and left alone; the result stays 1 as for every call of this function.
+        PX_ERROR(kModule, PX_ERR_TYPE_NOT_SUPPORTED, "Pixel type %d holds no bytes", image->type);
+        return 1;
+    }
     for (int32_t y = 0; y < image->height; ++y) {
         uint8_t *row = static_cast<uint8_t *>(image->pixMap[0][y]);
         for (int32_t x = 0; x < image->width; ++x) {

@@ -86,4 +86,26 @@ TEST(Negate, FloatNegationRefusesNarrowPixels) {
     }
 }
 
+// A type-0 record has pixels of no bytes: its rows cannot hold `width` bytes, so the call reports it and
+// writes nothing instead of complementing bytes past the plane. So does a record with an unknown type.
+TEST(Negate, ByteNegationRefusesPixelsOfNoBytes) {
+    tag_pxImage *image = nullptr;
+    ASSERT_EQ(1u, pxImageConstruct(0, 6, 3, 2, 1, &image));
+    pxtest::LogCapture log;
+    EXPECT_EQ(1u, pxImageOperationsNegate(image));
+    ASSERT_EQ(1u, log.records().size());
+    EXPECT_TRUE(log.has(5, 0xC41A0004u, "pxImageOperations", "Pixel type 0 holds no bytes"));
+    pxImageDestruct(&image);
+
+    TestImage other(UBYTE, 4, 2, 0);
+    boxtest::fillRandom(other, 2);
+    const std::vector<uint8_t> before = other.storage();
+    other.get()->type = 9;
+    log.clear();
+    EXPECT_EQ(1u, pxImageOperationsNegate(other.get()));
+    EXPECT_TRUE(log.has(5, 0xC41A0004u, "pxImageOperations", "Pixel type 9 holds no bytes"));
+    other.get()->type = UBYTE;
+    EXPECT_EQ(before, other.storage());
+}
+
 } // namespace
