@@ -37,11 +37,11 @@ class Bytes {
         const uint8_t b = byte();
         if (b != 0xFF)
             return static_cast<int8_t>(b) / 4.0;
-        uint8_t raw[8];
-        for (uint8_t &r : raw)
-            r = byte();
+        uint64_t bits = 0;
+        for (int i = 0; i < 8; ++i)
+            bits |= static_cast<uint64_t>(byte()) << (8 * i); // little-endian, as the seed writer packs it
         double v;
-        std::memcpy(&v, raw, sizeof v);
+        std::memcpy(&v, &bits, sizeof v);
         return v;
     }
 
