@@ -25,6 +25,7 @@ int main(int argc, char **argv) {
     app.set_version_flag("--version", "pximg " PXIMG_VERSION);
     app.require_subcommand(1);
     pximg::addFileCommands(app);
+    pximg::addDemoCommand(app);
     pximg::addFilterCommands(app);
     pximg::addContainerCommands(app);
     pximg::installLibraryLog();

@@ -77,8 +77,18 @@ int32_t parsePixelType(const std::string &text);
 // Upper-case name of a pixel type ("SHORT"), or "type N" for an unknown one.
 std::string pixelTypeName(int32_t type);
 
+// Shortest decimal text that reads back as the same value ("4.545", "1240", "-273"; "nan", "inf"), without
+// an exponent for integers of up to 17 digits. O(1).
+std::string shortest(double value);
+std::string shortest(float value);
+std::string shortest(int32_t value);
+
+// Fixed-point text with the given number of decimals. O(1).
+std::string fixed(double value, int decimals);
+
 // Subcommand groups.
-void addFileCommands(CLI::App &app);      // info, convert, demo
+void addFileCommands(CLI::App &app);      // info, convert
+void addDemoCommand(CLI::App &app);       // demo
 void addFilterCommands(CLI::App &app);    // filter, stats
 void addContainerCommands(CLI::App &app); // container write, container read
 
