@@ -22,6 +22,23 @@ def _roi_mode(roi):
         raise ArgumentError(f"roi must be None, 'mask', 'crop' or 0..2, not {roi!r}", module="pximage") from None
 
 
+# In-memory type of the encoded stored types: CBIT 1 -> UBYTE 2, CSHORT 4 and SHORT12 8 -> SHORT 3.
+_DECODED = {1: 2, 4: 3, 8: 3}
+
+
+def _reading(path, dtype, transform):
+    """(type to read, type to convert to afterwards or 0). The library reads encoded files only in their
+    decoded type (and the 16-bit ones as float32 with transform): other types are converted after reading
+    by the library's conversion engine."""
+    wanted = pixel_type(dtype)
+    if wanted == 0:
+        return 0, 0
+    decoded = _DECODED.get(_pximage._info(path)["type"])
+    if decoded is None or decoded == wanted or (transform and decoded == 3 and wanted == 6):
+        return wanted, 0
+    return 0, wanted
+
+
 def _naming(path, call):
     """Runs call(); a FileError gets the path as its filename."""
     try:
@@ -58,7 +75,7 @@ def imread(path, dtype=None, roi=None, transform=False):
     """Reads an image file into a NumPy array.
 
     Every encoding is read: plain files in their stored type, CBIT files as uint8, CSHORT and SHORT12
-    files as uint16.
+    files as uint16 (then converted when another dtype is asked for).
 
     Args:
         path: file name (str or os.PathLike).
@@ -78,7 +95,13 @@ def imread(path, dtype=None, roi=None, transform=False):
         for a file the library refuses or a bad argument, Error otherwise.
     """
     mode = _roi_mode(roi)
-    return _naming(path, lambda: _pximage._imread(path, pixel_type(dtype), mode, bool(transform)))
+
+    def load():
+        wanted, later = _reading(path, dtype, transform)
+        pixels = _pximage._imread(path, wanted, mode, bool(transform))
+        return _pximage._convert(pixels, later, bool(transform)) if later else pixels
+
+    return _naming(path, load)
 
 
 def read(path, dtype=None, roi=None, transform=False):
@@ -89,8 +112,13 @@ def read(path, dtype=None, roi=None, transform=False):
     encoding.
     """
     mode = _roi_mode(roi)
-    pixels, header = _naming(path, lambda: _pximage._read(path, pixel_type(dtype), mode, bool(transform)))
-    return Image(pixels, header)
+
+    def load():
+        wanted, later = _reading(path, dtype, transform)
+        pixels, header = _pximage._read(path, wanted, mode, bool(transform))
+        return Image(_pximage._convert(pixels, later, bool(transform)) if later else pixels, header)
+
+    return _naming(path, load)
 
 
 def info(path):

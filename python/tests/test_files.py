@@ -187,3 +187,15 @@ def test_files_of_python_read_by_pximg(tmp_path, pximg, frame):
     pximg("convert", tmp_path / "p.pxi", tmp_path / "c.pxi", "--encoding", "cshort")
     pximage.imwrite(tmp_path / "py-c.pxi", frame, encoding="cshort", header=header)
     np.testing.assert_array_equal(pximage.imread(tmp_path / "c.pxi"), pximage.imread(tmp_path / "py-c.pxi"))
+
+
+def test_encoded_files_read_in_any_dtype(tmp_path, frame):
+    pximage.imwrite(tmp_path / "p.pxi", frame, encoding="short12")
+    decoded = pximage.imread(tmp_path / "p.pxi")
+    np.testing.assert_array_equal(pximage.imread(tmp_path / "p.pxi", dtype=np.float64), decoded.astype(np.float64))
+    np.testing.assert_array_equal(pximage.read(tmp_path / "p.pxi", dtype="int32").pixels, decoded.astype(np.int32))
+    np.testing.assert_array_equal(pximage.imread(tmp_path / "p.pxi", dtype=np.float32, transform=True),
+                                  pximage.convert(decoded, np.float32, transform=True))
+    pximage.imwrite(tmp_path / "c.pxi", (frame > 5000).astype(np.uint8), encoding="cbit")
+    np.testing.assert_array_equal(pximage.imread(tmp_path / "c.pxi", dtype=np.float32),
+                                  (frame > 5000).astype(np.float32) * 255)
