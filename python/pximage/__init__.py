@@ -37,6 +37,11 @@ __all__ = [
     "live_allocations", "set_parameter",
 ]
 
+# The exceptions and warnings show as pximage.Error etc.
+for _cls in (Error, FileError, ArgumentError, AllocationError, LibraryWarning, Container, Image, Statistics):
+    _cls.__module__ = __name__
+del _cls
+
 
 def live_allocations():
     """Blocks the library has allocated and not yet freed (for leak checks)."""

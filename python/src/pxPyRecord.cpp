@@ -302,8 +302,9 @@ void bindRecord(py::module_ &m) {
     m.def(
         "_live_allocations", [] { return pxEnvLiveAllocations(); },
         "Blocks allocated through the environment library and not yet freed.");
-    m.def("_fail_allocation_after", [](long n) { pxEnvFailAllocationAfter(n); },
-          "Test hook: the n-th allocation of the library from now fails, once (0 disarms).");
+    m.def(
+        "_fail_allocation_after", [](long n) { pxEnvFailAllocationAfter(n); },
+        "Test hook: the n-th allocation of the library from now fails, once (0 disarms).");
     m.def(
         "_set_parameter",
         [](const std::string &key, const std::string &value) {
