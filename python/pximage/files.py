@@ -167,7 +167,12 @@ def imwrite(path, array, encoding="plain", header=None, transform=False):
     temporary = os.path.join(os.path.dirname(target), f".{os.path.basename(target)}.{os.getpid()}.tmp")
     try:
         _naming(path, lambda: _pximage._imwrite(temporary, array, file_type, header, bool(transform)))
-        os.replace(temporary, target)
+        try:
+            os.replace(temporary, target)
+        except OSError as error:
+            failure = FileError(f"cannot rename the written file: {error.strerror}", module="pximage")
+            failure.errno, failure.strerror, failure.filename = error.errno, error.strerror, target
+            raise failure from error
     except BaseException:
         if os.path.exists(temporary):
             os.remove(temporary)

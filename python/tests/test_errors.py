@@ -173,3 +173,32 @@ def test_nothing_reaches_stderr_from_a_subprocess(tmp_path):
                           env={**os.environ, "PXENV_LOG_LEVEL": "1"})
     assert done.returncode == 0 and done.stderr == ""
     shutil.rmtree(tmp_path, ignore_errors=True)
+
+
+def test_a_directory_in_the_way_of_imwrite(tmp_path):
+    (tmp_path / "d.pxi").mkdir()
+    with pytest.raises(pximage.FileError) as caught:
+        pximage.imwrite(tmp_path / "d.pxi", np.zeros((2, 2), np.uint8))
+    assert caught.value.errno == errno.EISDIR and caught.value.filename == str(tmp_path / "d.pxi")
+    assert sorted(os.listdir(tmp_path)) == ["d.pxi"]
+
+
+def test_each_thread_gets_its_own_errors(tmp_path):
+    from concurrent.futures import ThreadPoolExecutor
+
+    good = tmp_path / "good.pxi"
+    pximage.imwrite(good, np.arange(10000, dtype=np.uint16).reshape(100, 100))
+
+    def work(i):
+        if i % 2:
+            return pximage.imread(good).sum()
+        try:
+            pximage.imread(tmp_path / f"missing{i}.pxi")
+        except pximage.FileError as e:
+            return (e.code, e.errno, e.filename)
+
+    with ThreadPoolExecutor(4) as pool:
+        results = list(pool.map(work, range(200)))
+    for i, result in enumerate(results):
+        expected = np.arange(10000).sum() if i % 2 else (0xC43D0031, errno.ENOENT, str(tmp_path / f"missing{i}.pxi"))
+        assert result == expected
