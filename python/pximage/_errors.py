@@ -16,7 +16,7 @@ class Error(Exception):
     """A failure of the library or of a call into it.
 
     Attributes:
-        message:  the text of the library's log record that describes the failure (or the package's own).
+        message:  the message of the library's log record that describes the failure (or the package's own).
         code:     the library's error code (e.g. 0xC43D0031), or None when the failure carried none.
         module:   the library module that reported it (e.g. "pxImageFile"), "pximage" for the package's
                   own checks, or None.

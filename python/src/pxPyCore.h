@@ -1,7 +1,9 @@
 // Shared pieces of the Python extension: calling the library with its log captured (failures become
 // pximage.Error, warnings Python warnings), and moving pixels between NumPy arrays and image records.
 // Each family of bindings (files, container, filters, ...) lives in a source file of its own and registers
-// its functions through a bind* function declared at the end of this header.
+// its functions through a bind* function declared at the end of this header. A new family is one more
+// pxPy<Family>.cpp with its bind<Family>, a call in pxPyModule.cpp, and a documented Python module in
+// pximage/ whose names __init__.py re-exports; callLibrary and Record do the logging and the arrays.
 #pragma once
 
 #include <pybind11/numpy.h>
