@@ -26,8 +26,8 @@ REFLECT_MODES = {"mirror": 1, "wrap_shared": 2, "replicate": 3, "point_mirror": 
 def _require(image, dtypes, function):
     """Refuses, with ArgumentError, a dtype the library function does not take (it would fail without a
     reason, or, for the sums, return without writing)."""
-    dtype = getattr(image, "dtype", None)
-    if dtype is None or dtype.newbyteorder("=").name not in dtypes:
+    dtype = np.asarray(image).dtype
+    if dtype.newbyteorder("=").name not in dtypes:
         raise ArgumentError(f"{function} takes {' or '.join(dtypes)} images, not {dtype}", module="pximage")
     return image
 
@@ -157,7 +157,8 @@ def combine(first, second, first_weight, second_weight, width=None, height=None,
     the first image's size). Pixels outside that rectangle keep out's values (zero in a new array)."""
     _require(first, ("uint8",), "combine")
     _require(second, ("uint8",), "combine")
-    h, w = first.shape[-2:] if first.ndim >= 2 else (0, 0)
+    shape = np.shape(first)
+    h, w = shape[-2:] if len(shape) >= 2 else (0, 0)
     return _pximage._combine(first, second, float(first_weight), float(second_weight),
                              w if width is None else width, h if height is None else height, out)
 
