@@ -116,3 +116,21 @@ TEST_F(ContainerDiskFailure, MultiPlaneFlsImageIsWrittenPlainAfterTheEncodingsRe
     EXPECT_EQ(4321, reinterpret_cast<uint16_t **>(back->pixMap[1])[3][5]);
     pxImageDestruct(&back);
 }
+
+TEST_F(ContainerDiskFailure, ImageWrittenIntoAFullDeviceFailsTheWrite) {
+    TestContainer c;
+    c.SetPrefix(3, grab(1), 4, 0, 0);
+    c.Add(makeImage(SHORT, 9, 7, 0, [](int, int) { return 1000; }));
+    const std::string name = narrow(c.name(dir_.wide().c_str(), 0));
+    const std::string path = std::string(name).replace(dir_.path().size(), 1, "/");
+    std::filesystem::create_symlink("/dev/full", path); // the image's file name leads to the full device
+    pxtest::LogCapture log;
+    EXPECT_FALSE(c.Write(dir_.wide().c_str()));
+    EXPECT_TRUE(hasOnlySendError(
+        log, 0xC41A0002u,
+        "image container: FLS image could not be written as CSHORT, SHORT12 or plain: " + name));
+    EXPECT_TRUE(log.has(5, 0xC43D0031u, "pxImageFile",
+                        "file input/output failure: errno 28 (No space left on device)"));
+    EXPECT_TRUE(std::filesystem::is_symlink(path)) << "only regular files are removed";
+    EXPECT_TRUE(std::filesystem::is_character_file("/dev/full"));
+}
