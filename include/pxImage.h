@@ -219,14 +219,30 @@ PXIMAGE_API uint32_t pxImageReadWithROIandTransform(const uint16_t *fileName, in
  * CBIT only from UBYTE, CSHORT and SHORT12 only from SHORT, and those three only without a border). Writing
  * CBIT, CSHORT or SHORT12 changes the image's pixels in place (CSHORT: protected pixels get bit 0 set, run
  * starts lose their two low bits); write a copy when the exact pixels are needed afterwards. Inconsistent
- * ROI/orig values are logged as warnings and corrected in the file only. O(pixels). Result 1 or 0; a
- * failed write leaves a partial file on disk. */
+ * ROI/orig values are logged as warnings and corrected in the file only. Those three encodings hold one
+ * plane: an image of several planes is refused as CBIT, CSHORT or SHORT12 with an invalid-argument error
+ * before any file is created. O(pixels). Result 1 or 0; a failed write leaves a partial file on disk, and
+ * the result of closing the file is not looked at, so data that the system refuses at the close (a full
+ * disk, a file-size limit) is lost with result 1: use pxImageWriteChecked where that matters. */
 PXIMAGE_API uint32_t pxImageWrite(const uint16_t *fileName, int32_t type, tag_pxImage *image);
 
 /* As pxImageWrite; with `transform` set, a FLOAT image written as SHORT is first rescaled from about 0..255
  * to 0..65535 by the conversion engine (into a temporary copy). O(pixels). Result 1 or 0. */
 PXIMAGE_API uint32_t pxImageWriteWithTransform(const uint16_t *fileName, int32_t type, int32_t transform,
                                                tag_pxImage *image);
+
+/* As pxImageWrite, but success means the data reached the system: the file is flushed and closed, and a
+ * failure of either fails the call with the file input/output error (0xC43D0031, errno and its text). On
+ * any failure after the file was opened, the partly written file is removed (a regular file only: a device
+ * named as the target is left alone), so no truncated file stays behind; an existing file of that name is
+ * lost either way, as with every "wb" write. Multi-plane images are refused as CBIT, CSHORT or SHORT12 as
+ * by pxImageWrite. O(pixels). Result 1 or 0. */
+PXIMAGE_API uint32_t pxImageWriteChecked(const uint16_t *fileName, int32_t type, tag_pxImage *image);
+
+/* pxImageWriteWithTransform with the checks and clean-up of pxImageWriteChecked. O(pixels). Result 1 or
+ * 0. */
+PXIMAGE_API uint32_t pxImageWriteWithTransformChecked(const uint16_t *fileName, int32_t type,
+                                                      int32_t transform, tag_pxImage *image);
 
 /* ==== Neighbourhood filters =============================================================================== */
 
