@@ -220,6 +220,8 @@ ImagePtr markMagnified(const tag_pxImage *picture, const MarkOptions &options,
 }
 
 void checkOptions(const MarkOptions &options) {
+    if (options.ellipses.size() % 5 != 0)
+        throw Error("--ellipse takes five numbers: CX CY A B ANGLE");
     if (options.pointFiles.empty() && options.ellipses.empty())
         throw Error("nothing to mark: give --points FILE or --ellipse CX CY A B ANGLE");
     if (options.magnify != 0) {
