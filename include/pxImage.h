@@ -380,6 +380,89 @@ PXIMAGE_API uint32_t pxImageGetAvarageFlowNorm(const tag_pxImage *flowX, const t
  * other modes, changing nothing. O(n * (width + height)). */
 PXIMAGE_API uint32_t pxImageReflect(tag_pxImage *image, int32_t n, int32_t mode);
 
+/* ==== Annotation (module pxImageMarkPts) ================================================================== */
+
+/* Point crosses and ellipses drawn into images for visual inspection of detected features, and magnified,
+ * pixel-replicated cut-outs with the marks drawn at the magnified scale.
+ *
+ * Points are arrays of n (x, y) pairs of doubles (2 n doubles), x the column and y the row. A point marks
+ * the pixel (truncate(x + 0.5), truncate(y + 0.5)): conversion toward zero after adding 0.5, so negative
+ * coordinates round toward zero. A cross of size s has arms of s / 2 (integer division) pixels on each side
+ * of its centre (size 0 or 1: the centre pixel alone; size 4: a 5 x 5 "+").
+ *
+ * The value written depends on the pixel type: UBYTE the colour's low byte, SHORT its low 16 bits, INT the
+ * 32-bit word as it stands, FLOAT and DOUBLE the colour converted from integer. Other types (CBIT, CSHORT,
+ * SHORT12) get nothing: each such point is reported (code 0xC41A0004) and marking goes on.
+ *
+ * Crosses are not clipped to the image: whatever falls inside the image or its border (margin) is written
+ * as drawn. A cross or point that would reach outside the plane's storage, margin included, is a caller
+ * error: it is reported (code 0xC43D0003) and skipped, the other points are still drawn, and the call
+ * returns 0. Nothing is ever written outside the pixel buffer.
+ *
+ * Settings: the cross size and the colour are process-wide. They are read once per process from the
+ * configuration keys "pxImageMarkPtsCrossSize" (default 1) and "pxImageMarkPtsColor" (default 0) by
+ * pxImageMarkPts_init, or on the first marking call when neither pxImageMarkPts_init nor
+ * pxImageMarkPtsSetParams ran before it, and can be replaced at any time by pxImageMarkPtsSetParams. They
+ * are unguarded: the calls that set or first read them must not race with each other or with marking, so
+ * call pxImageMarkPts_init or pxImageMarkPtsSetParams once before marking from several threads. Marking
+ * itself is safe from several threads on distinct images. */
+
+struct pxMath2DEllipse; /* the ellipse record of pxMath.h: centre, semi-axes, angle */
+
+/* Reads "pxImageMarkPtsColor" (default 0) into the colour and then "pxImageMarkPtsCrossSize" (default 1)
+ * into the cross size. A value that does not parse leaves the key's default in its setting, logs a trace
+ * and returns 0 (a bad colour stops before the size is read). Not thread-safe (see above). O(1). Result 1
+ * when both keys were read. */
+PXIMAGE_API uint32_t pxImageMarkPts_init(void);
+
+/* Replaces both settings: the cross size (arms of crossSize / 2 pixels) and the colour, kept as a raw
+ * 32-bit word. Not thread-safe (see above). O(1). Always 1. */
+PXIMAGE_API uint32_t pxImageMarkPtsSetParams(int32_t crossSize, int32_t colour);
+
+/* Draws a cross in the module's colour and size at each of the n points, in array order, into plane 0 of
+ * the image. n <= 0 marks nothing and returns 1 at once. O(n * size). Result 1; 0 when the points or the
+ * image (with pixels) are missing, or when a cross reached outside the storage and was skipped. An
+ * unsupported pixel type is reported once per point and the result is still 1. */
+PXIMAGE_API uint32_t pxImageMarkPts(const double *points, int32_t n, tag_pxImage *image);
+
+/* Magnified cut-out of a FLOAT image around points, with the points marked at the magnified scale.
+ * magnification m >= 1. When *output is null, the region is the bounding box of the n truncated points,
+ * widened by one pixel on each side where that stays within the image, and a new image of the source's
+ * type, border and planes, (region width) * m by (region height) * m pixels, receives every source pixel
+ * of the region (of every plane) as an m x m block; region pixels outside the source stay 0. When *output
+ * already holds an image, it is reused as it is (not refilled) and the region corners are read from the
+ * two pairs that follow the n points: points[n] = (xmin, ymin), points[n + 1] = (xmax, ymax), truncated.
+ * The points are then mapped to ((x - xmin + 0.5) * m, (y - ymin + 0.5) * m), the centre of their source
+ * pixel in the magnified image, and marked with pxImageMarkPts. A negative n counts as 0. Cost:
+ * O(output pixels + n * size); allocates the output (when new) and a scratch array of n pairs. Result 1/0;
+ * a newly constructed output image stays in *output on a later failure (the caller destroys it). */
+PXIMAGE_API uint32_t pxImageMarkPtsMagnify(const double *points, int32_t n, int32_t magnification,
+                                           const tag_pxImage *source, tag_pxImage **output);
+
+/* Magnified cut-out of a UBYTE image around an ellipse. With r = truncate(a + 0.5), the cut-out is the 4r x
+ * 4r square of source pixels whose top-left pixel is (truncate(cx + 0.5) - 2r, truncate(cy + 0.5) - 2r)
+ * (only a sets it: an ellipse with b > 2a is partly cut away); a new UBYTE image of 4 r m x 4 r m pixels
+ * with the source's border and planes receives each of its pixels as an m x m block (pixels outside the
+ * source stay 0). N = truncate((a + b) * pi + 0.5) * m * 3 contour samples are mapped to the cut-out
+ * (((x - x0) + 0.5) * m, ((y - y0) + 0.5) * m), those outside it are dropped, the rest are marked as
+ * crosses (pxImageMarkPts), and the five pixels of a "+" at the mapped centre that lie inside are
+ * inverted (p := 255 - p). *output must be null on entry; magnification >= 1; the ellipse must be finite
+ * with non-negative semi-axes and give 1 .. 2^31 - 6 samples. Cost: O(output pixels + N * size); allocates
+ * the output and N + 5 point pairs. Result 1/0; a constructed output stays in *output on a later failure. */
+PXIMAGE_API uint32_t pxImageMarkEllipse(const struct pxMath2DEllipse *ellipse, int32_t magnification,
+                                        const tag_pxImage *source, tag_pxImage **output);
+
+/* Draws an ellipse and extra points into the UBYTE image *image, after checking that `checked` is a UBYTE
+ * image with pixels (usually the same image). N = truncate((a + b) * pi + 0.5) * 3 contour samples; those
+ * outside *image are dropped and the rest marked as crosses (pxImageMarkPts); the five pixels of a "+" at
+ * (cx + 0.5, cy + 0.5) that lie inside are inverted (p := 255 - p), so a second call restores them; then
+ * each of the n extra points sets its pixel (truncate(x + 0.5), truncate(y + 0.5)) to 255, unclipped (a
+ * point outside the storage is reported and skipped). Ellipse conditions as for pxImageMarkEllipse (with
+ * m = 1). Cost: O(N * size + n); allocates N + 5 point pairs. Result 1/0. */
+PXIMAGE_API uint32_t pxImageMarkEllipseAndPts(const struct pxMath2DEllipse *ellipse,
+                                              const tag_pxImage *checked, const double *points, int32_t n,
+                                              tag_pxImage **image);
+
 #ifdef __cplusplus
 }
 #endif
