@@ -447,7 +447,7 @@ PXIMAGE_API uint32_t pxImagePyrDestruct(tag_pxImage **pyramid);
  * sum. Single precision throughout. A source 1 or 2 pixels wide reads past its rows' ends (into the margin
  * or the next row); sources lower than 3 rows, targets larger than the halved source, and reads that would
  * leave the source's storage are refused as invalid arguments, as are other types. O(pixels); allocates
- * one scratch image of w x H. */
+ * one scratch image of w x 5 (the row-filtered rows in use). */
 PXIMAGE_API uint32_t pxImageReduce(const tag_pxImage *source, tag_pxImage **target, const float kernel[3]);
 
 #ifdef __cplusplus

@@ -13,6 +13,8 @@ namespace {
 
 constexpr const char *kModule = "pxImagePyr";
 constexpr int32_t kLevels = pxImage_PYR_LEVELS;
+// Rows of the row-filtered image kept at a time: the reach of the 5-tap filter down a column.
+constexpr int32_t kRingRows = 5;
 
 bool levelIsValid(int32_t level) {
     return level >= 0 && level < kLevels;
@@ -66,10 +68,10 @@ bool pyrPixMapArgumentsValid(int32_t type, int32_t border, int32_t planes, int32
     return true;
 }
 
-// The rows and columns the two passes read stay inside the source plane and the scratch image: the
-// scratch image has no margin, so its height must reach the rows below every output row (at least 3 rows
-// and h <= (H + 1) / 2); a source row may be read past its end, into the margin or the next row, but not
-// past the plane's last byte.
+// The rows and columns the two passes read stay inside the source plane and the row-filtered image: that
+// image has H rows and no margin, so the rows below every output row must exist (at least 3 rows and
+// h <= (H + 1) / 2); a source row may be read past its end, into the margin or the next row, but not past
+// the plane's last byte.
 bool reduceReadsInside(const tag_pxImage *source, const tag_pxImage *target) {
     const int32_t W = source->width, H = source->height, w = target->width, h = target->height;
     if (H < 3 || int64_t(h - 1) * 2 > int64_t(H) - 1) {
@@ -193,22 +195,33 @@ uint32_t pxImageReduce(const tag_pxImage *source, tag_pxImage **target, const fl
         return 0;
     }
     tag_pxImage *out = *target;
-    tag_pxImage *scratch = nullptr;
-    if (!pxImageConstruct(FLOAT, out->width, source->height, 0, 1, &scratch)) {
+    tag_pxImage *ring = nullptr;
+    if (!pxImageConstruct(FLOAT, out->width, kRingRows, 0, 1, &ring)) {
         PX_TRACE(kModule);
         return 0;
     }
     const pxreduce::Weights k{kernel[0], kernel[1], kernel[2]};
     const pxreduce::Kernels &kernels = pxreduce::bestKernels();
     float *const *in = reinterpret_cast<float *const *>(source->pixMap[0]);
-    float *const *rows = reinterpret_cast<float *const *>(scratch->pixMap[0]);
-    for (int32_t y = 0; y < source->height; ++y) {
-        kernels.row(in[y], source->width, out->width, k, rows[y]);
-    }
+    float *const *slots = reinterpret_cast<float *const *>(ring->pixMap[0]);
     float *const *result = reinterpret_cast<float *const *>(out->pixMap[0]);
+    // The row-filtered image is kept as a ring of five rows (row r in slot r % 5): output row i reads rows
+    // 2i - 2 .. 2i + 2, and each row is filtered just before the first output that reads it, so it is
+    // still in the cache. The arithmetic is that of the two passes one after the other.
+    int32_t filtered = 0;
     for (int32_t i = 0; i < out->height; ++i) {
-        kernels.columns(rows, source->height, 2 * i, out->width, k, result[i]);
+        const int32_t y = 2 * i;
+        for (const int32_t needed = std::min(y + 3, source->height); filtered < needed; ++filtered) {
+            kernels.row(in[filtered], source->width, out->width, k, slots[filtered % kRingRows]);
+        }
+        const float *window[kRingRows] = {};
+        for (int32_t d = -2; d <= 2; ++d) {
+            if (y + d >= 0 && y + d < source->height) {
+                window[d + 2] = slots[(y + d) % kRingRows];
+            }
+        }
+        kernels.columns(window, source->height, y, out->width, k, result[i]);
     }
-    pxImageDestruct(&scratch);
+    pxImageDestruct(&ring);
     return 1;
 }

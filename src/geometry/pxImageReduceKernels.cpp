@@ -15,10 +15,10 @@ void reduceRowReference(const float *row, int32_t width, int32_t outWidth, const
     }
 }
 
-void reduceColumnsReference(const float *const *rows, int32_t height, int32_t y, int32_t outWidth,
+void reduceColumnsReference(const float *const window[5], int32_t height, int32_t y, int32_t outWidth,
                             const Weights &k, float *out) {
     for (int32_t j = 0; j < outWidth; ++j) {
-        const auto at = [rows, j](int32_t i) { return rows[i][j]; };
+        const auto at = [window, y, j](int32_t i) { return window[i - y + 2][j]; };
         out[j] = filterAt(at, y, height, k);
     }
 }
@@ -64,23 +64,24 @@ void reduceRow(const float *row, int32_t width, int32_t outWidth, const Weights 
 
 // The vertical pass for output row y: one rule for the whole row, applied column by column. The loops
 // keep each pixel's operations and their order, so the compiler may run them on vectors.
-void reduceColumnsRows(const float *const *rows, int32_t height, int32_t y, int32_t outWidth,
-                       const Weights &k, float *out) {
+__attribute__((always_inline)) inline void reduceColumnsRows(const float *const window[5], int32_t height,
+                                                             int32_t y, int32_t outWidth, const Weights &k,
+                                                             float *out) {
     if (y == 0 || y == height - 1) {
         const int32_t step = y == 0 ? 1 : -1;
-        const float *a = rows[y];
-        const float *b = rows[y + step];
-        const float *c = rows[y + 2 * step];
+        const float *a = window[2];
+        const float *b = window[2 + step];
+        const float *c = window[2 + 2 * step];
         const float divisor = k.k0 + k.k1 + k.k2;
         for (int32_t j = 0; j < outWidth; ++j) {
             out[j] = (k.k0 * a[j] + k.k1 * b[j] + k.k2 * c[j]) / divisor;
         }
         return;
     }
-    const float *m2 = rows[y - 2];
-    const float *m1 = rows[y - 1];
-    const float *c0 = rows[y];
-    const float *p1 = rows[y + 1];
+    const float *m2 = window[0];
+    const float *m1 = window[1];
+    const float *c0 = window[2];
+    const float *p1 = window[3];
     if (y == height - 2) {
         const float divisor = k.k0 + 2 * k.k1 + k.k2;
         for (int32_t j = 0; j < outWidth; ++j) {
@@ -88,7 +89,7 @@ void reduceColumnsRows(const float *const *rows, int32_t height, int32_t y, int3
         }
         return;
     }
-    const float *p2 = rows[y + 2];
+    const float *p2 = window[4];
     for (int32_t j = 0; j < outWidth; ++j) {
         out[j] = k.k0 * c0[j] + k.k1 * (m1[j] + p1[j]) + k.k2 * (m2[j] + p2[j]);
     }
@@ -137,6 +138,15 @@ void rowSse2(const float *row, int32_t width, int32_t outWidth, const Weights &k
 
 const Kernels kSse2 = {rowSse2, reduceColumnsRows};
 
+// The vertical pass compiled for AVX2 (without FMA, so every product is rounded on its own): the same
+// loops on eight columns at a time. The rows keep the SSE2 kernel.
+__attribute__((target("avx2"))) void columnsAvx2(const float *const window[5], int32_t height, int32_t y,
+                                                 int32_t outWidth, const Weights &k, float *out) {
+    reduceColumnsRows(window, height, y, outWidth, k, out);
+}
+
+const Kernels kAvx2 = {rowSse2, columnsAvx2};
+
 #endif // __SSE2__
 
 } // namespace
@@ -148,6 +158,8 @@ const Kernels *kernelsAt(int level) {
 #if defined(__SSE2__)
     case 1:
         return &kSse2;
+    case 2:
+        return __builtin_cpu_supports("avx2") ? &kAvx2 : nullptr;
 #endif
     default:
         return nullptr;
@@ -155,11 +167,13 @@ const Kernels *kernelsAt(int level) {
 }
 
 const Kernels &bestKernels() {
-#if defined(__SSE2__)
-    return kSse2;
-#else
-    return kPortable;
-#endif
+    static const Kernels *const best = [] {
+        for (int level = 2; level > 0; --level)
+            if (const Kernels *kernels = kernelsAt(level))
+                return kernels;
+        return &kPortable;
+    }();
+    return *best;
 }
 
 } // namespace pxreduce

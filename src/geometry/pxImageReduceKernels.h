@@ -34,9 +34,10 @@ template <class Get> float filterAt(Get at, int32_t x, int32_t length, const Wei
 // [0, outWidth). Reads row[x - 2 .. x + 2] as the rules say (past the row's end for short rows).
 void reduceRowReference(const float *row, int32_t width, int32_t outWidth, const Weights &k, float *out);
 
-// Vertical pass for one output row: out[j] = the filter at y down column j of `rows` (a row table of
-// `height` rows), j in [0, outWidth).
-void reduceColumnsReference(const float *const *rows, int32_t height, int32_t y, int32_t outWidth,
+// Vertical pass for one output row: out[j] = the filter at row y down column j of a line of `height`
+// rows, j in [0, outWidth). window[d + 2] holds row y + d for d in -2..2 (the rows the rule at y reads;
+// the others may be null), so the filtered rows can live in a ring of five.
+void reduceColumnsReference(const float *const window[5], int32_t height, int32_t y, int32_t outWidth,
                             const Weights &k, float *out);
 
 // The fast versions of the two passes, for one instruction-set level: the same bits as the references.
@@ -44,11 +45,11 @@ void reduceColumnsReference(const float *const *rows, int32_t height, int32_t y,
 // shuffles; every vector reads only pixels the reference reads. The vertical pass combines whole rows.
 struct Kernels {
     void (*row)(const float *row, int32_t width, int32_t outWidth, const Weights &k, float *out);
-    void (*columns)(const float *const *rows, int32_t height, int32_t y, int32_t outWidth, const Weights &k,
-                    float *out);
+    void (*columns)(const float *const window[5], int32_t height, int32_t y, int32_t outWidth,
+                    const Weights &k, float *out);
 };
 
-// Levels: 0 portable loops, 1 SSE2. Null for a level this build or processor does not have. O(1).
+// Levels: 0 portable loops, 1 SSE2, 2 AVX2 (vertical pass). Null for a level this build or processor does not have. O(1).
 const Kernels *kernelsAt(int level);
 
 // The highest level available; chosen once. O(1).
