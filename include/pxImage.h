@@ -427,7 +427,8 @@ PXIMAGE_API uint32_t pxImagePyrHeaderConstruct(tag_pxImage **pyramid, int32_t le
                                                int32_t height, int32_t type, int32_t border, int32_t planes);
 
 /* Builds the zero-filled pixel maps of levels firstLevel..lastLevel (nothing when first > last). Every
- * level must have a header of exactly this type, border and plane count, else nothing is built. On a
+ * level must have a header of exactly this type, border and plane count and no pixel maps yet, else
+ * nothing is built. On a
  * failed allocation the maps built so far stay (pxImagePyrDestruct frees them). O(pixels). */
 PXIMAGE_API uint32_t pxImagePyrPixMapConstruct(int32_t type, int32_t border, int32_t planes,
                                                int32_t firstLevel, int32_t lastLevel, tag_pxImage **pyramid);

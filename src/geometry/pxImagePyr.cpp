@@ -45,8 +45,8 @@ bool pyrHeaderArgumentsValid(tag_pxImage **pyramid, int32_t level, int32_t width
     return true;
 }
 
-// Every level first..last exists and was built with this type, border and plane count (pixel maps of
-// another form could not be freed with the record's own).
+// Every level first..last exists, was built with this type, border and plane count (pixel maps of another
+// form could not be freed with the record's own) and has no pixel maps yet (they would be lost).
 bool pyrPixMapArgumentsValid(int32_t type, int32_t border, int32_t planes, int32_t first, int32_t last,
                              tag_pxImage **pyramid) {
     if (first > last) {
@@ -63,6 +63,12 @@ bool pyrPixMapArgumentsValid(int32_t type, int32_t border, int32_t planes, int32
                      "pyramid level %d has no header of type %d, border %d and %d planes", level, type,
                      border, planes);
             return false;
+        }
+        for (int32_t plane = 0; plane < planes; ++plane) {
+            if (image->pixMap[plane] != nullptr) {
+                PX_ERROR(kModule, PX_ERR_INVALID_ARGUMENT, "pyramid level %d already has pixels", level);
+                return false;
+            }
         }
     }
     return true;

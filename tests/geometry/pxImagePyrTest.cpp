@@ -333,7 +333,30 @@ TEST(pxImagePyr, PixMapsNeedHeadersOfTheSameForm) {
     for (auto *level : p.levels)
         EXPECT_TRUE(level == nullptr || level->pixMap[0] == nullptr);
     EXPECT_EQ(1u, pxImagePyrPixMapConstruct(FLOAT, 1, 1, 3, 2, p.levels)); // first > last: nothing
-    EXPECT_EQ(0u, pxImagePyrReduce(p.levels, 0, 15, kBinomial));
+    ASSERT_EQ(1u, pxImagePyrPixMapConstruct(FLOAT, 1, 1, 1, 2, p.levels));
+    log.clear();
+    EXPECT_EQ(0u, pxImagePyrPixMapConstruct(FLOAT, 1, 1, 0, 2, p.levels));
+    EXPECT_TRUE(geomtest::hasError(log, PXENV_LOG_I, kInvalidArgument, "pxImagePyr",
+                                   "pyramid level 1 already has pixels"));
+    EXPECT_EQ(nullptr, p.levels[0]->pixMap[0]);
+}
+
+TEST(pxImagePyr, MissingArraysAndLevelsOutsideTheArrayAreRefused) {
+    pxtest::LogCapture log;
+    EXPECT_EQ(0u, pxImagePyrSetNull(nullptr));
+    EXPECT_EQ(0u, pxImagePyrDestruct(nullptr));
+    EXPECT_TRUE(geomtest::hasError(log, PXENV_LOG_I, kInvalidArgument, "pxImagePyr", "no pyramid"));
+    pxImagePyramid p{};
+    EXPECT_EQ(0u, pxImagePyrReduce(p, 0, 15, kBinomial));
+    EXPECT_TRUE(geomtest::hasError(log, PXENV_LOG_I, kInvalidArgument, "pxImagePyr",
+                                   "pyramid levels 0..15 outside 0..14"));
+    EXPECT_EQ(0u, pxImagePyrReduce(p, -1, 3, kBinomial));
+    EXPECT_EQ(0u, pxImagePyrReduce(nullptr, 0, 3, kBinomial));
+    EXPECT_EQ(0u, pxImagePyrPixMapConstruct(FLOAT, 0, 1, -1, 2, p));
+    EXPECT_TRUE(geomtest::hasError(log, PXENV_LOG_I, kInvalidArgument, "pxImagePyr",
+                                   "pyramid levels -1..2 outside 0..14"));
+    EXPECT_EQ(6u, log.records().size());
+    EXPECT_EQ(1u, pxImagePyrReduce(nullptr, 4, 4, kBinomial)); // nothing to do
 }
 
 TEST(pxImagePyr, EveryAllocationFailureLeavesNothing) {
