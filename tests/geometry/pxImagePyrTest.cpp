@@ -119,7 +119,7 @@ TEST(pxImagePyr, WidthSixUsesTheSecondToLastRuleWidthFiveTheLastRule) {
         ASSERT_EQ(1u, pxImageReduce(source.get(), &t, k));
         // Every row is the same, so the vertical pass divides the row result by the sum of the weights it
         // multiplied and gives it back up to rounding; the column-2 value of a row is checked directly.
-        const float s4 = float(W == 6 ? 25 : 25), s3 = 16.0f, s2 = 9.0f, s5 = 36.0f;
+        const float s2 = 9.0f, s3 = 16.0f, s4 = 25.0f, s5 = 36.0f; // (x + 1)^2 at x = 2..5
         const float expected = W == 6 ? (k[0] * s4 + k[1] * (s3 + s5) + k[2] * s2) / (k[0] + 2 * k[1] + k[2])
                                       : (k[0] * s4 + k[1] * s3 + k[2] * s2) / (k[0] + k[1] + k[2]);
         const float row0 = (k[0] * expected + k[1] * expected + k[2] * expected) / (k[0] + k[1] + k[2]);
