@@ -463,6 +463,99 @@ PXIMAGE_API uint32_t pxImageMarkEllipseAndPts(const struct pxMath2DEllipse *elli
                                               const tag_pxImage *checked, const double *points, int32_t n,
                                               tag_pxImage **image);
 
+/* ==== Geometry: cut, extend, region extraction, pyramids ================================================= */
+
+/* ---- Cut and extend (modules pxImageCut, pxImageExtend) -------------------------------------------------- */
+
+/* Copies the target's width x height pixels of plane 0 from column x, row y of the source into the target,
+ * with conversion to the target's type when the types differ. x and y are compared as signed numbers
+ * (source width < target width + x fails with error 0xC41A0005 and the six sizes), so an origin of 2^31 or
+ * more reaches into the margin; a cut whose rows would leave the source's storage is refused as an
+ * invalid argument. Logs "cut WxH+X+Y on image WxH" at level 0.
+ * Same type: the target's origX/origY become the source's plus (x, y), origWidth/origHeight are copied and
+ * the region of interest is the source's moved by (-x, -y) and clipped to the target (it may come out empty
+ * or inverted); only plane 0 is written, the target's margin and other planes are not touched.
+ * Other type: the cut goes through a scratch image of the source's type and the target's shape, whose
+ * every plane is then converted into the target's (pxImagePixMapConvertCopy with `transform`, margins
+ * included); the target's header keeps the origin and region the caller gave it, and a failure may leave
+ * its planes partly written. O(cut pixels); the converting path allocates one scratch image. */
+PXIMAGE_API uint32_t pxImageCutWithTransform(const tag_pxImage *source, uint32_t x, uint32_t y,
+                                             int32_t transform, tag_pxImage *target);
+
+/* pxImageCutWithTransform without the SHORT<->FLOAT transform. */
+PXIMAGE_API uint32_t pxImageCut(const tag_pxImage *source, uint32_t x, uint32_t y, tag_pxImage *target);
+
+/* Enlarges plane 0 of a byte image by pixel replication: target[r][c] = source[r / factor][c / factor]
+ * (truncating division) for every row and column of the target, whose size drives the loops; the bytes
+ * are read and written as single bytes whatever the types. A target larger than factor times the source
+ * reads the source's margin (and past a row's end its next row). Missing images or pixels, a factor of 0,
+ * and reads or writes that would leave either plane's storage are reported as invalid arguments and
+ * nothing is written. O(target pixels). Always 1. */
+PXIMAGE_API uint32_t pxImageExtend(const tag_pxImage *source, int32_t factor, tag_pxImage *target);
+
+/* ---- Automatic region extraction (module pxImageRoi) ----------------------------------------------------- */
+
+/* Finds the rectangle of plane 0 that holds textured content. Every 6 x 6 block that lies wholly inside
+ * the image (a last partial strip of up to 6 pixels is not tested) is kept when 36 times the variance of
+ * its pixels read as bytes is at least 100 and the single-precision sum of the same pixels read as floats
+ * lies in [345.6, 7344] (meant for float images of 0..255; other types are read the same two ways). Then,
+ * from the whole image, the edge whose 20-pixel strip has the largest share of unkept pixels (right, left,
+ * bottom, top on ties) moves inward by 20 while that share exceeds 0.6; peeling stops too when the chosen
+ * strip reaches outside the image (such a strip is traced and keeps its earlier share, 0 at first).
+ * With *found > 0 on entry, rect receives left, top, right, bottom (right and bottom one past the region,
+ * right <= left when nothing is textured) and *found becomes 1; otherwise *found becomes 0 and rect is not
+ * written. Images whose float reads would leave their storage (pixels narrower than a float, as UBYTE and
+ * SHORT, unless the image is tiny or has a wide margin) are refused as invalid arguments. O(pixels) for the
+ * blocks plus O(20 (width + height)) for each of at most (width + height) / 10 peeling rounds; allocates
+ * one mask image of the image's type and size. */
+PXIMAGE_API uint32_t pxImageRoi(const tag_pxImage *image, int32_t rect[4], int32_t *found);
+
+/* ---- Reduction and pyramids (module pxImagePyr) ---------------------------------------------------------- */
+
+/* Number of levels of a pyramid. */
+#define pxImage_PYR_LEVELS 15
+
+/* A pyramid: level 0 the largest image, each further level half the size of the one before (odd sizes
+ * round up); levels not built are null. Owned by the caller; all levels share type, border and planes. */
+typedef tag_pxImage *pxImagePyramid[pxImage_PYR_LEVELS];
+
+/* Sets level 0 of the array to null, and only level 0 (the caller clears the others). O(1). */
+PXIMAGE_API uint32_t pxImagePyrSetNull(tag_pxImage **pyramid);
+
+/* Builds the headers (no pixel maps) of every level around level `level` (0..14) of width x height: the
+ * levels below it twice as large each, the levels above it ((w + 1) / 2) x ((h + 1) / 2) each while the
+ * smaller side of the level below is at least 2. Entries are overwritten without being destroyed. A
+ * pyramid that would need more than 15 levels is refused before anything is built; a level that cannot
+ * be constructed (a side above 9999, say) fails, leaving the levels already built for pxImagePyrDestruct.
+ * O(levels). */
+PXIMAGE_API uint32_t pxImagePyrHeaderConstruct(tag_pxImage **pyramid, int32_t level, int32_t width,
+                                               int32_t height, int32_t type, int32_t border, int32_t planes);
+
+/* Builds the zero-filled pixel maps of levels firstLevel..lastLevel (nothing when first > last). Every
+ * level must have a header of exactly this type, border and plane count and no pixel maps yet, else
+ * nothing is built. On a
+ * failed allocation the maps built so far stay (pxImagePyrDestruct frees them). O(pixels). */
+PXIMAGE_API uint32_t pxImagePyrPixMapConstruct(int32_t type, int32_t border, int32_t planes,
+                                               int32_t firstLevel, int32_t lastLevel, tag_pxImage **pyramid);
+
+/* Fills levels firstLevel+1..lastLevel by pxImageReduce from the level below each; first >= last does
+ * nothing and gives 1. Stops at the first failure, the levels before it filled. O(pixels of firstLevel). */
+PXIMAGE_API uint32_t pxImagePyrReduce(tag_pxImage **pyramid, int32_t firstLevel, int32_t lastLevel,
+                                      const float kernel[3]);
+
+/* Destroys the images of all 15 levels (null levels are fine) and sets them to null. O(levels). */
+PXIMAGE_API uint32_t pxImagePyrDestruct(tag_pxImage **pyramid);
+
+/* One level of reduction of plane 0 of a FLOAT image into an existing FLOAT target of w x h (normally
+ * ((W + 1) / 2) x ((H + 1) / 2)): every row filtered at every second column, then every column of that at
+ * every second row, with the 5-tap kernel k0 (centre), k1, k2 taken as normalised in the interior; the
+ * first, last and second-to-last positions of a line use the weights that fall inside it, divided by their
+ * sum. Single precision throughout. A source 1 or 2 pixels wide reads past its rows' ends (into the margin
+ * or the next row); sources lower than 3 rows, targets larger than the halved source, and reads that would
+ * leave the source's storage are refused as invalid arguments, as are other types. O(pixels); allocates
+ * one scratch image of w x 5 (the row-filtered rows in use). */
+PXIMAGE_API uint32_t pxImageReduce(const tag_pxImage *source, tag_pxImage **target, const float kernel[3]);
+
 #ifdef __cplusplus
 }
 #endif

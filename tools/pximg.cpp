@@ -28,6 +28,7 @@ int main(int argc, char **argv) {
     pximg::addFilterCommands(app);
     pximg::addContainerCommands(app);
     pximg::addMarkCommands(app);
+    pximg::addGeometryCommands(app);
     pximg::installLibraryLog();
     try {
         app.parse(argc, argv);

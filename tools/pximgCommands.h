@@ -82,5 +82,6 @@ void addFileCommands(CLI::App &app);      // info, convert, demo
 void addFilterCommands(CLI::App &app);    // filter, stats
 void addContainerCommands(CLI::App &app); // container write, container read
 void addMarkCommands(CLI::App &app);      // mark
+void addGeometryCommands(CLI::App &app);  // cut, pyramid, roi
 
 } // namespace pximg
