@@ -17,7 +17,8 @@ constexpr const char *kModule = "pxImagePreproc";
 // Byte distance from one row to the next when every row follows the previous one at the same distance, at
 // least a row's width of floats further on; 0 otherwise. A single row counts as back to back.
 std::ptrdiff_t evenRowStride(const FIMAGE &image) {
-    const std::ptrdiff_t rowBytes = static_cast<std::ptrdiff_t>(image.width) * static_cast<std::ptrdiff_t>(sizeof(float));
+    const std::ptrdiff_t rowBytes =
+        static_cast<std::ptrdiff_t>(image.width) * static_cast<std::ptrdiff_t>(sizeof(float));
     if (image.height == 1)
         return image.image[0] ? rowBytes : 0;
     const char *first = reinterpret_cast<const char *>(image.image[0]);
@@ -28,7 +29,8 @@ std::ptrdiff_t evenRowStride(const FIMAGE &image) {
     if (stride < rowBytes || stride % static_cast<std::ptrdiff_t>(sizeof(float)) != 0)
         return 0;
     for (int32_t y = 2; y < image.height; ++y)
-        if (reinterpret_cast<const char *>(image.image[y]) - reinterpret_cast<const char *>(image.image[y - 1]) !=
+        if (reinterpret_cast<const char *>(image.image[y]) -
+                reinterpret_cast<const char *>(image.image[y - 1]) !=
             stride)
             return 0;
     return stride;
@@ -49,8 +51,9 @@ bool BlurByGaussianFilterUsingOpenCv(FIMAGE *image, int kernelSize, double sigma
     }
     const std::ptrdiff_t stride = evenRowStride(*image);
     if (stride == 0) {
-        PX_ERROR(kModule, PX_ERR_INVALID_ARGUMENT, "Gaussian blur: rows of the %d x %d image are not evenly spaced",
-                 image->width, image->height);
+        PX_ERROR(kModule, PX_ERR_INVALID_ARGUMENT,
+                 "Gaussian blur: rows of the %d x %d image are not evenly spaced", image->width,
+                 image->height);
         return false;
     }
     cv::Mat pixels(image->height, image->width, CV_32FC1, image->image[0], static_cast<size_t>(stride));

@@ -65,8 +65,8 @@ bool checkImages(const FIMAGE *image, const FIMAGE *second, bool needSecond) {
         return false;
     }
     if (needSecond && (second->width != image->width || second->height != image->height)) {
-        PX_ERROR(kModule, PX_ERR_INVALID_ARGUMENT, "images of %d x %d and %d x %d differ in size", image->width,
-                 image->height, second->width, second->height);
+        PX_ERROR(kModule, PX_ERR_INVALID_ARGUMENT, "images of %d x %d and %d x %d differ in size",
+                 image->width, image->height, second->width, second->height);
         return false;
     }
     return true;
@@ -86,8 +86,8 @@ bool gaussianMean(FIMAGE *image, int32_t size, double sigma) {
     try {
         return BlurByGaussianFilterUsingOpenCv(image, size, sigma);
     } catch (const cv::Exception &e) {
-        PX_ERROR(kModule, PX_ERR_INVALID_ARGUMENT, "Gaussian blur of size %d, sigma %g refused: %s", size, sigma,
-                 e.err.c_str());
+        PX_ERROR(kModule, PX_ERR_INVALID_ARGUMENT, "Gaussian blur of size %d, sigma %g refused: %s", size,
+                 sigma, e.err.c_str());
         return false;
     }
 }
@@ -140,8 +140,8 @@ uint32_t boundedPlain(FIMAGE *image, FIMAGE *scratch, int32_t window, float boun
     return 1;
 }
 
-uint32_t boundedSaturated(FIMAGE *image, FIMAGE *scratch, int32_t window, float bound, float minSigma, float k,
-                          float level) {
+uint32_t boundedSaturated(FIMAGE *image, FIMAGE *scratch, int32_t window, float bound, float minSigma,
+                          float k, float level) {
     if (!blurIgnoreSaturation(*scratch, window, level, 0, 0, 0, 0)) {
         PX_TRACE(kModule);
         return 0;
@@ -175,6 +175,11 @@ uint32_t boundedSaturated(FIMAGE *image, FIMAGE *scratch, int32_t window, float 
 }
 
 } // namespace
+
+void pxpre::forgetSettings() {
+    adaptiveLogSettings = AdaptiveLogSettings();
+    boundedSettings = BoundedSettings();
+}
 
 uint32_t pxImagePreproc(FIMAGE *image, int32_t window, float offset, float gain, float minSigma) {
     if (!checkImages(image, nullptr, false) || !checkWindow(window)) {
@@ -252,7 +257,8 @@ uint32_t pxImagePreprocBounded(FIMAGE *image, FIMAGE *scratch, int32_t window, f
     return done;
 }
 
-void pxImagePreprocWidenSaturation(FIMAGE *image, FIMAGE *reference, float saturationLevel, int32_t copyFirst) {
+void pxImagePreprocWidenSaturation(FIMAGE *image, FIMAGE *reference, float saturationLevel,
+                                   int32_t copyFirst) {
     if (!checkImages(image, reference, true)) {
         PX_TRACE(kModule);
         return;

@@ -34,4 +34,7 @@ uint32_t boxSum(const tag_pxImage *image, int32_t window, tag_pxImage **sums);
 // where no value qualifies. O(pixels * (2r + 1)^2). 1/0 (allocation).
 uint32_t saturationAwareMean(const tag_pxImage *image, int32_t window, float threshold, tag_pxImage **means);
 
+// Makes the next call of each mode read its settings again, as on the first call in a process (tests only).
+void forgetSettings();
+
 } // namespace pxpre

@@ -258,7 +258,8 @@ tag_pxImage *pxImagePreprocStandard(const tag_pxImage *source, int32_t window, f
                                     float meanGain, int32_t ignoreSaturation) {
     (void)unused;
     if (!source || source->planes < 1 || window < 1 || window > source->width || window > source->height) {
-        PX_ERROR(kModule, PX_ERR_INVALID_ARGUMENT, "no image, or window %d outside 1..min(width, height)", window);
+        PX_ERROR(kModule, PX_ERR_INVALID_ARGUMENT, "no image, or window %d outside 1..min(width, height)",
+                 window);
         return nullptr;
     }
     tag_pxImage *out = nullptr;
