@@ -383,7 +383,7 @@ PXIMAGE_API uint32_t pxImagePreproc(FIMAGE *image, int32_t window, float offset,
  * the setting "useGaussianBlur" (int, default 0) non-zero a Gaussian blur of kernel size
  * "corresPrepInitialFilterWinSize" (int, 13) and sigma "corresPrepInitialSigma" (double, 3.0), the window
  * argument then unused; otherwise the box mean over `window`. O(pixels). A Gaussian size that OpenCV
- * refuses (even or negative) is reported (code 0xC43D0003) and returns 0. */
+ * refuses (even, or below 1 with sigma 0) is reported (code 0xC43D0003) and returns 0. */
 PXIMAGE_API uint32_t pxImagePreprocAdaptiveLog(FIMAGE *image, FIMAGE *scratch, int32_t window,
                                                int32_t ignoreSaturation, float saturationLevel);
 
@@ -432,7 +432,8 @@ PXIMAGE_API tag_pxImage *pxImagePreprocStandard(const tag_pxImage *source, int32
  * even stride (images of alloc_image with a margin); the margin is neither read nor written. Exported with
  * C++ linkage. O(pixels * size). Returns true; false, with a level-5 error (module pxImagePreproc, code
  * 0xC43D0003) and nothing changed, for a null or empty image, a null row, or rows that are not evenly spaced
- * in increasing order. Errors raised by OpenCV itself (even or negative size) propagate as cv::Exception. */
+ * in increasing order. A size below 1 with sigma > 0 lets OpenCV choose the size from sigma; errors raised by
+ * OpenCV itself (an even size, a size below 1 with sigma 0) propagate as cv::Exception. */
 PXIMAGE_API bool BlurByGaussianFilterUsingOpenCv(FIMAGE *image, int kernelSize, double sigma);
 
 extern "C" {
