@@ -81,5 +81,6 @@ std::string pixelTypeName(int32_t type);
 void addFileCommands(CLI::App &app);      // info, convert, demo
 void addFilterCommands(CLI::App &app);    // filter, stats
 void addContainerCommands(CLI::App &app); // container write, container read
+void addPreprocCommands(CLI::App &app);   // preproc, stereo-pair
 
 } // namespace pximg

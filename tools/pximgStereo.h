@@ -26,11 +26,10 @@ struct StereoPair {
     int32_t disparity = 0; // left (x, y) shows what right (x - disparity, y) shows
 };
 
-// The pair: a texture of blobs a few pixels wide (values about 40..200) seen by the left camera as it is and
-// by the right one shifted by `disparity` with 0.8 times the contrast plus 60, times an illumination falling
-// from 1.0 to 0.6 across the image and to 0.9 down it, with a little sensor noise; all values stay in
-// [1, 254].
-// O(pixels). The same seed gives the same pair.
+// The pair: a texture of blobs a few pixels wide (values about 60..140) seen by the left camera as it is and
+// by the right one shifted by `disparity`, with 0.6 times the contrast plus 130, times an illumination
+// falling from 1.0 to 0.75 across the image and to 0.9 down it, each with a little sensor noise; all values
+// stay in [1, 254]. O(pixels). The same seed gives the same pair.
 inline StereoPair synthesizeStereoPair(int32_t width, int32_t height, int32_t disparity, uint32_t seed) {
     const int32_t surfaceWidth = width + disparity;
     std::mt19937 rng(seed);
