@@ -41,112 +41,135 @@ int32_t coveredCount(int32_t i, Reach reach, int32_t length) {
     return std::min(i + reach.after, length - 1) - std::max(i - reach.before, 0) + 1;
 }
 
-// Scratch of one blur: a ring of horizontal sums (and counts), the column sums (and counts), and the
-// horizontal window size of every column.
+// Scratch of one blur, all in double (counts of up to 2^31 pixels are exact in double): a ring of
+// horizontal sums (and counts) with one row more than a window holds, so the entering row never takes the
+// slot of the leaving one; the column sums (and counts); one row of steps; one row of 1 / window size.
 struct Scratch {
     void *memory = nullptr;
-    double *ringSums = nullptr;
-    int32_t *ringCounts = nullptr;
-    double *columnSums = nullptr;
-    int32_t *columnCounts = nullptr;
-    double *columnWidths = nullptr;
+    size_t width = 0;
     int32_t ringRows = 0;
+    double *ringSums = nullptr;
+    double *ringCounts = nullptr;
+    double *columnSums = nullptr;
+    double *columnCounts = nullptr;
+    double *steps = nullptr;
+    double *reciprocals = nullptr;
 
     ~Scratch() { pxMallocFree(&memory); }
 
-    bool allocate(int32_t width, int32_t rows, bool counted) {
-        const size_t w = static_cast<size_t>(width);
-        const size_t doubles = w * (static_cast<size_t>(rows) + 2);
-        const size_t ints = counted ? w * (static_cast<size_t>(rows) + 1) : 0;
-        if (!pxMallocNoInit(&memory, doubles * sizeof(double) + ints * sizeof(int32_t)))
+    bool allocate(int32_t imageWidth, int32_t rows, bool counted) {
+        width = static_cast<size_t>(imageWidth);
+        const size_t ringRowsTotal = static_cast<size_t>(rows) * (counted ? 2 : 1);
+        const size_t doubles = width * (ringRowsTotal + (counted ? 4 : 3));
+        if (!pxMallocNoInit(&memory, doubles * sizeof(double)))
             return false;
         ringRows = rows;
-        ringSums = static_cast<double *>(memory);
-        columnSums = ringSums + w * rows;
-        columnWidths = columnSums + w;
+        double *next = static_cast<double *>(memory);
+        auto take = [&](size_t count) {
+            double *block = next;
+            next += count;
+            return block;
+        };
+        ringSums = take(width * rows);
+        columnSums = take(width);
+        steps = take(width);
+        reciprocals = take(width);
         if (counted) {
-            ringCounts = reinterpret_cast<int32_t *>(columnWidths + w);
-            columnCounts = ringCounts + w * rows;
+            ringCounts = take(width * rows);
+            columnCounts = take(width);
         }
         return true;
     }
+    double *slot(double *ring, int32_t row) const {
+        return ring + static_cast<size_t>(row % ringRows) * width;
+    }
 };
 
-// Running sum along one row: sums[x] = sum of row over the window of x shrunk to the row.
-void rowSums(const float *row, int32_t width, Reach reach, double *sums) {
-    double sum = 0.0;
-    const int32_t first = std::min(reach.after, width - 1);
-    for (int32_t i = 0; i <= first; ++i)
-        sum += row[i];
-    for (int32_t x = 0; x < width; ++x) {
-        sums[x] = sum;
-        const int32_t entering = x + reach.after + 1;
-        const int32_t leaving = x - reach.before;
-        if (entering < width)
-            sum += row[entering];
-        if (leaving >= 0)
-            sum -= row[leaving];
-    }
-}
-
-// The same over the pixels strictly below `level` only, with their count.
-void rowSumsBelow(const float *row, int32_t width, Reach reach, float level, double *sums, int32_t *counts) {
-    double sum = 0.0;
-    int32_t count = 0;
-    auto add = [&](int32_t i, int32_t sign) {
-        if (row[i] < level) {
-            sum += sign > 0 ? static_cast<double>(row[i]) : -static_cast<double>(row[i]);
-            count += sign;
+// Running window sums along one row of `value(i)` (pixel i's contribution), the window shrunk to the row:
+// sums[x] = sums[x - 1] + steps[x] with steps[x] = entering - leaving, evaluated four columns apart so that
+// four independent chains of additions run side by side.
+template <class Value> void rowSums(Value value, int32_t width, Reach reach, double *sums, double *steps) {
+    double first = 0.0;
+    for (int32_t i = 0; i <= std::min(reach.after, width - 1); ++i)
+        first += value(i);
+    sums[0] = first;
+    const int32_t interiorFrom = std::max(1, reach.before + 1);
+    const int32_t interiorTo = width - reach.after; // exclusive
+    for (int32_t x = 1; x < width; ++x) {
+        if (x == interiorFrom && interiorFrom < interiorTo) {
+            for (; x < interiorTo; ++x)
+                steps[x] = value(x + reach.after) - value(x - reach.before - 1);
+            if (x >= width)
+                break;
         }
-    };
-    const int32_t first = std::min(reach.after, width - 1);
-    for (int32_t i = 0; i <= first; ++i)
-        add(i, 1);
-    for (int32_t x = 0; x < width; ++x) {
-        sums[x] = sum;
-        counts[x] = count;
-        const int32_t entering = x + reach.after + 1;
-        const int32_t leaving = x - reach.before;
-        if (entering < width)
-            add(entering, 1);
-        if (leaving >= 0)
-            add(leaving, -1);
+        const double entering = x + reach.after < width ? value(x + reach.after) : 0.0;
+        const double leaving = x - reach.before - 1 >= 0 ? value(x - reach.before - 1) : 0.0;
+        steps[x] = entering - leaving;
     }
+    for (int32_t x = 1; x < std::min(width, 4); ++x)
+        sums[x] = sums[x - 1] + steps[x];
+    for (int32_t x = 4; x < width; ++x)
+        sums[x] = sums[x - 4] + ((steps[x - 3] + steps[x - 2]) + (steps[x - 1] + steps[x]));
 }
 
-// Adds (sign 1) or removes (sign -1) the row sums of image row r to or from the column sums; adding first
-// computes them into the ring slot of r.
-void moveRow(const FIMAGE &image, int32_t r, int32_t sign, Reach reach, const float *level, Scratch &s) {
-    const size_t width = static_cast<size_t>(image.width);
-    const size_t slot = static_cast<size_t>(r % s.ringRows) * width;
-    double *sums = s.ringSums + slot;
-    if (sign > 0) {
-        if (level)
-            rowSumsBelow(image.image[r], image.width, reach, *level, sums, s.ringCounts + slot);
-        else
-            rowSums(image.image[r], image.width, reach, sums);
+// Computes the horizontal sums (and counts) of image row r into its ring slot.
+void enterRow(const FIMAGE &image, int32_t r, Reach reach, const float *level, Scratch &s) {
+    const float *row = image.image[r];
+    if (!level) {
+        rowSums([row](int32_t i) { return static_cast<double>(row[i]); }, image.width, reach,
+                s.slot(s.ringSums, r), s.steps);
+        return;
     }
-    for (size_t x = 0; x < width; ++x)
-        s.columnSums[x] = sign > 0 ? s.columnSums[x] + sums[x] : s.columnSums[x] - sums[x];
-    if (level) {
-        const int32_t *counts = s.ringCounts + slot;
+    const float limit = *level;
+    rowSums([row, limit](int32_t i) { return row[i] < limit ? static_cast<double>(row[i]) : 0.0; },
+            image.width, reach, s.slot(s.ringSums, r), s.steps);
+    rowSums([row, limit](int32_t i) { return row[i] < limit ? 1.0 : 0.0; }, image.width, reach,
+            s.slot(s.ringCounts, r), s.steps);
+}
+
+// column += entering - leaving for the rows that exist (null: none).
+void updateColumns(double *columns, const double *entering, const double *leaving, size_t width) {
+    if (entering && leaving)
         for (size_t x = 0; x < width; ++x)
-            s.columnCounts[x] += sign * counts[x];
-    }
+            columns[x] = (columns[x] - leaving[x]) + entering[x];
+    else if (entering)
+        for (size_t x = 0; x < width; ++x)
+            columns[x] += entering[x];
+    else if (leaving)
+        for (size_t x = 0; x < width; ++x)
+            columns[x] -= leaving[x];
 }
 
-// Writes output row y from the column sums: the plain mean over the covered pixels.
-void writeMeanRow(float *row, int32_t width, double windowRows, const Scratch &s) {
-    for (int32_t x = 0; x < width; ++x)
-        row[x] = static_cast<float>(s.columnSums[x] / (s.columnWidths[x] * windowRows));
+// Moves the window from output row y - 1 to row y: the row above it leaves, the row at its bottom enters.
+void advance(const FIMAGE &image, int32_t y, Reach reach, const float *level, Scratch &s) {
+    const int32_t entering = y + reach.after;
+    const int32_t leaving = y - reach.before - 1;
+    const bool enters = entering < image.height;
+    const bool leaves = leaving >= 0;
+    if (enters)
+        enterRow(image, entering, reach, level, s);
+    updateColumns(s.columnSums, enters ? s.slot(s.ringSums, entering) : nullptr,
+                  leaves ? s.slot(s.ringSums, leaving) : nullptr, s.width);
+    if (level)
+        updateColumns(s.columnCounts, enters ? s.slot(s.ringCounts, entering) : nullptr,
+                      leaves ? s.slot(s.ringCounts, leaving) : nullptr, s.width);
+}
+
+// 1 / (covered columns x covered rows) of every column of a row whose window covers `rows` image rows.
+void fillReciprocals(const FIMAGE &image, Reach reach, int32_t rows, Scratch &s) {
+    for (int32_t x = 0; x < image.width; ++x)
+        s.reciprocals[x] = 1.0 / (static_cast<double>(coveredCount(x, reach, image.width)) * rows);
+}
+
+void writeMeanRow(float *row, const Scratch &s) {
+    for (size_t x = 0; x < s.width; ++x)
+        row[x] = static_cast<float>(s.columnSums[x] * s.reciprocals[x]);
 }
 
 // The mean over the counted pixels, or `level` where none is below it.
-void writeMeanBelowRow(float *row, int32_t width, float level, const Scratch &s) {
-    for (int32_t x = 0; x < width; ++x) {
-        const int32_t count = s.columnCounts[x];
-        row[x] = count > 0 ? static_cast<float>(s.columnSums[x] / count) : level;
-    }
+void writeMeanBelowRow(float *row, float level, const Scratch &s) {
+    for (size_t x = 0; x < s.width; ++x)
+        row[x] = s.columnCounts[x] > 0.0 ? static_cast<float>(s.columnSums[x] / s.columnCounts[x]) : level;
 }
 
 // Shared driver of both blurs; `level` null means the plain mean.
@@ -158,24 +181,31 @@ int blurImage(FIMAGE image, int32_t window, const float *level, const char *name
     }
     const Reach reach = reachOf(window);
     Scratch s;
-    if (!s.allocate(image.width, std::min(window, image.height), level != nullptr))
+    if (!s.allocate(image.width, std::min(window, image.height) + 1, level != nullptr))
         return 0;
-    std::fill(s.columnSums, s.columnSums + image.width, 0.0);
+    std::fill(s.columnSums, s.columnSums + s.width, 0.0);
     if (level)
-        std::fill(s.columnCounts, s.columnCounts + image.width, 0);
-    for (int32_t x = 0; x < image.width; ++x)
-        s.columnWidths[x] = coveredCount(x, reach, image.width);
-    for (int32_t r = 0; r <= std::min(reach.after, image.height - 1); ++r)
-        moveRow(image, r, 1, reach, level, s);
-    for (int32_t y = 0; y < image.height; ++y) {
+        std::fill(s.columnCounts, s.columnCounts + s.width, 0.0);
+    for (int32_t r = 0; r <= std::min(reach.after, image.height - 1); ++r) {
+        enterRow(image, r, reach, level, s);
+        updateColumns(s.columnSums, s.slot(s.ringSums, r), nullptr, s.width);
         if (level)
-            writeMeanBelowRow(image.image[y], image.width, *level, s);
-        else
-            writeMeanRow(image.image[y], image.width, coveredCount(y, reach, image.height), s);
-        if (y - reach.before >= 0)
-            moveRow(image, y - reach.before, -1, reach, level, s);
-        if (y + reach.after + 1 < image.height)
-            moveRow(image, y + reach.after + 1, 1, reach, level, s);
+            updateColumns(s.columnCounts, s.slot(s.ringCounts, r), nullptr, s.width);
+    }
+    int32_t reciprocalRows = 0;
+    for (int32_t y = 0; y < image.height; ++y) {
+        if (y > 0)
+            advance(image, y, reach, level, s);
+        if (level) {
+            writeMeanBelowRow(image.image[y], *level, s);
+            continue;
+        }
+        const int32_t rows = coveredCount(y, reach, image.height);
+        if (rows != reciprocalRows) {
+            fillReciprocals(image, reach, rows, s);
+            reciprocalRows = rows;
+        }
+        writeMeanRow(image.image[y], s);
     }
     return 1;
 }
