@@ -147,29 +147,24 @@ uint32_t boundedSaturated(FIMAGE *image, FIMAGE *scratch, int32_t window, float 
         return 0;
     }
     forEachPixelPair(image, scratch, [=](float &p, float &s) {
-        if (p >= level) {
-            p = level;
-            s = level;
-        } else {
-            const float d = p - s;
-            p = d;
-            s = d * d;
-        }
+        const bool saturated = p >= level;
+        const float d = p - s;
+        p = saturated ? level : d;
+        s = saturated ? level : d * d;
     });
     if (!blurIgnoreSaturation(*scratch, window, level, 0, 0, 0, 0)) {
         PX_TRACE(kModule);
         return 0;
     }
     const float floor = minSigma * minSigma;
+    // Both quotients are formed and one is selected, so that the loop has no branch and vectorises.
     forEachPixelPair(image, scratch, [=](float &p, float &v) {
-        if (!(p < level)) {
-            p = 255.0f;
-            return;
-        }
-        float z = v <= floor ? p / minSigma : p / (v * pxpre::fastReciprocalSqrt(v));
+        const float flat = p / minSigma;
+        const float scaled = p / (v * pxpre::fastReciprocalSqrt(v));
+        float z = v <= floor ? flat : scaled;
         z = z < bound ? z : bound;
         z = z > -bound ? z : -bound;
-        p = z * k;
+        p = p < level ? z * k : 255.0f;
     });
     return 1;
 }
@@ -203,9 +198,11 @@ uint32_t pxImagePreproc(FIMAGE *image, int32_t window, float offset, float gain,
         return 0;
     }
     const float floor = minSigma * minSigma;
+    // Both quotients are formed and one is selected, so that the loop has no branch and vectorises.
     forEachPixelPair(image, scratch, [=](float &p, float &v) {
-        const float z = v > floor ? p / (v * pxpre::fastReciprocalSqrt(v)) : p / minSigma;
-        p = gain * z + offset;
+        const float scaled = p / (v * pxpre::fastReciprocalSqrt(v));
+        const float flat = p / minSigma;
+        p = gain * (v > floor ? scaled : flat) + offset;
     });
     free_image(scratch);
     return 1;

@@ -65,6 +65,17 @@ void rowSum(const float *row, int32_t width, int32_t n, float *out) {
         out[h + j + 1] = row[n + j] + (out[h + j] - row[j]);
 }
 
+// sum[x] += value[x] and count[x] += 1 for the values strictly below the threshold (adding 0 for the others
+// leaves a sum unchanged: it starts at +0 and never becomes -0).
+void addBelow(const float *__restrict value, int32_t width, float threshold, float *__restrict sum,
+              float *__restrict count) {
+    for (int32_t x = 0; x < width; ++x) {
+        const bool below = value[x] < threshold;
+        sum[x] += below ? value[x] : 0.0f;
+        count[x] += below ? 1.0f : 0.0f;
+    }
+}
+
 tag_pxImage *newFloatImage(int32_t width, int32_t height) {
     tag_pxImage *image = nullptr;
     if (!pxImageConstruct(FLOAT, width, height, 0, 1, &image))
@@ -139,21 +150,20 @@ bool saturatedStatistics(tag_pxImage *dev, int32_t n, tag_pxImage **mean, tag_px
 
 void normalisePlain(tag_pxImage *out, tag_pxImage *mean, tag_pxImage *variance, float lo, float gain,
                     float meanGain) {
+    // The quotient is formed everywhere and selected, so that the loop has no branch and vectorises.
     forEachPixelTriple(out, mean, variance, [=](float &x, float &m, float &v) {
         const float base = (m - lo) * meanGain;
-        x = v > 0.0f ? base + (x - m) * gain / std::sqrt(v) : base;
+        const float scaled = base + (x - m) * gain / std::sqrt(v);
+        x = v > 0.0f ? scaled : base;
     });
 }
 
 void normaliseSaturated(tag_pxImage *out, tag_pxImage *mean, tag_pxImage *variance, float lo, float gain,
                         float meanGain) {
     forEachPixelTriple(out, mean, variance, [=](float &x, float &m, float &v) {
-        if (!(x < 255.0f))
-            return;
-        float value = (m - lo) * meanGain;
-        if (v > 0.0f)
-            value = value + (x - m) * gain / (v * pxpre::fastReciprocalSqrt(v));
-        x = value;
+        const float base = (m - lo) * meanGain;
+        const float scaled = base + (x - m) * gain / (v * pxpre::fastReciprocalSqrt(v));
+        x = x < 255.0f ? (v > 0.0f ? scaled : base) : x;
     });
 }
 
@@ -214,14 +224,8 @@ uint32_t saturationAwareMean(const tag_pxImage *image, int32_t n, float threshol
         float *sum = rowOf(*means, y);
         for (int32_t dy = -r; dy <= r; ++dy) {
             const float *in = rowOf(image, y + dy);
-            for (int32_t dx = -r; dx <= r; ++dx) {
-                const float *shifted = in + dx;
-                for (int32_t x = r; x < width - r; ++x) {
-                    const bool below = shifted[x] < threshold;
-                    sum[x] += below ? shifted[x] : 0.0f;
-                    count[x] += below ? 1.0f : 0.0f;
-                }
-            }
+            for (int32_t dx = -r; dx <= r; ++dx)
+                addBelow(in + dx + r, width - 2 * r, threshold, sum + r, count + r);
         }
         for (int32_t x = r; x < width - r; ++x) {
             sum[x] = count[x] > 0.0f ? sum[x] / count[x] : threshold;
