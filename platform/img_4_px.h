@@ -56,13 +56,14 @@ IMG4PX_API int fcopy_img(FIMAGE source, FIMAGE destination);
  * square around it; an even window reaches one pixel further up and left. At the edges the window is
  * shrunk to the image: the mean is over the image pixels it covers, never over invented ones. Sums are kept
  * in double and updated as the window moves, so the cost per pixel is the same for every window; scratch
- * of about min(window, height) + 2 rows of doubles. Returns 1, or 0 with the image unchanged when the
+ * of min(window, height) + 4 rows of doubles. Pixels must be finite (a NaN or infinity spreads along the
+ * running sums). Returns 1, or 0 with the image unchanged when the
  * window is below 1, the image is empty or has a null row (logged, code 0xC43D0003) or memory runs out. */
 IMG4PX_API int blur(FIMAGE image, int32_t window);
 
 /* As blur, but only pixels strictly below saturationLevel enter a mean (NaN never does); a pixel whose
  * window holds none becomes saturationLevel. The four reserved arguments must be 0 (anything else is
- * refused and logged). Scratch as blur plus one row of counts per ring row. Returns 1 or 0 as blur. */
+ * refused and logged). Scratch about twice that of blur. Returns 1 or 0 as blur. */
 IMG4PX_API int blurIgnoreSaturation(FIMAGE image, int32_t window, float saturationLevel, int32_t reserved1,
                                     int32_t reserved2, int32_t reserved3, int32_t reserved4);
 
