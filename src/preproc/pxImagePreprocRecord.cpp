@@ -1,6 +1,7 @@
 // Module pxImagePreproc, the record modes: tone mapping of a whole record to 0..255 and the local
 // normalisation of a record with saturation handling, with their private local-mean workers (a running box
 // sum and a mean that leaves saturated pixels out).
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <initializer_list>
@@ -53,16 +54,42 @@ template <class Rule> void forEachPixelTriple(tag_pxImage *a, tag_pxImage *b, ta
     }
 }
 
-// Horizontal running sum of one row: out[n/2] = row[0] + ... + row[n-1], then each next sum adds the
-// entering and removes the leaving pixel. Other columns are not written.
-void rowSum(const float *row, int32_t width, int32_t n, float *out) {
-    float sum = 0.0f;
-    for (int32_t i = 0; i < n; ++i)
-        sum += row[i];
+// Rows whose horizontal sums are formed together: their running sums are independent chains of additions
+// that the processor overlaps, while each row's own sums keep their order.
+constexpr int32_t kRowBatch = 4;
+
+// Horizontal running sums of `count` (1..kRowBatch) rows, each as the row worker defines it:
+// out[n/2] = row[0] + ... + row[n-1], then out[n/2 + j + 1] = row[n + j] + (out[n/2 + j] - row[j]).
+// Other columns are not written.
+void rowSums(const float *const *rows, int32_t count, int32_t width, int32_t n, float *const *outs) {
     const int32_t h = n / 2;
-    out[h] = sum;
-    for (int32_t j = 0; j < width - n; ++j)
-        out[h + j + 1] = row[n + j] + (out[h + j] - row[j]);
+    for (int32_t k = 0; k < count; ++k) {
+        float sum = 0.0f;
+        for (int32_t i = 0; i < n; ++i)
+            sum += rows[k][i];
+        outs[k][h] = sum;
+    }
+    if (count == kRowBatch) {
+        for (int32_t j = 0; j < width - n; ++j)
+            for (int32_t k = 0; k < kRowBatch; ++k)
+                outs[k][h + j + 1] = rows[k][n + j] + (outs[k][h + j] - rows[k][j]);
+        return;
+    }
+    for (int32_t k = 0; k < count; ++k)
+        for (int32_t j = 0; j < width - n; ++j)
+            outs[k][h + j + 1] = rows[k][n + j] + (outs[k][h + j] - rows[k][j]);
+}
+
+// Horizontal sums of image rows first .. first+count-1 into the given rows of `target`.
+void rowSumsInto(const tag_pxImage *image, int32_t first, int32_t count, int32_t n, tag_pxImage *target,
+                 int32_t targetRow) {
+    const float *rows[kRowBatch];
+    float *outs[kRowBatch];
+    for (int32_t k = 0; k < count; ++k) {
+        rows[k] = rowOf(image, first + k);
+        outs[k] = rowOf(target, targetRow + k);
+    }
+    rowSums(rows, count, image->width, n, outs);
 }
 
 // sum[x] += value[x] and count[x] += 1 for the values strictly below the threshold (adding 0 for the others
@@ -174,33 +201,39 @@ namespace pxpre {
 uint32_t boxSum(const tag_pxImage *image, int32_t n, tag_pxImage **sums) {
     const int32_t width = image->width;
     const int32_t height = image->height;
+    // The ring's n rows, then kRowBatch rows where the sums of the next entering rows wait for their slot.
     tag_pxImage *ring = nullptr;
     *sums = newFloatImage(width, height);
-    if (!*sums || !(ring = newFloatImage(width, n))) {
+    if (!*sums || !(ring = newFloatImage(width, n + kRowBatch))) {
         release({sums});
         PX_TRACE(kModule);
         return 0;
     }
     const int32_t h = n / 2;
+    for (int32_t r = 0; r < n; r += kRowBatch)
+        rowSumsInto(image, r, std::min(kRowBatch, n - r), n, ring, r);
     float *first = rowOf(*sums, h);
     for (int32_t r = 0; r < n; ++r) {
-        float *slot = rowOf(ring, r);
-        rowSum(rowOf(image, r), width, n, slot);
+        const float *slot = rowOf(ring, r);
         for (int32_t x = 0; x < width; ++x)
             first[x] += slot[x];
     }
     int32_t slotIndex = 0;
-    for (int32_t e = n; e <= height - h - 1; ++e) {
-        const int32_t target = h + e - n + 1;
-        const float *previous = rowOf(*sums, target - 1);
-        float *row = rowOf(*sums, target);
-        float *slot = rowOf(ring, slotIndex);
-        for (int32_t x = 0; x < width; ++x)
-            row[x] = previous[x] - slot[x];
-        rowSum(rowOf(image, e), width, n, slot);
-        for (int32_t x = 0; x < width; ++x)
-            row[x] += slot[x];
-        slotIndex = (slotIndex + 1) % n;
+    const int32_t lastEntering = height - h - 1;
+    for (int32_t batch = n; batch <= lastEntering; batch += kRowBatch) {
+        const int32_t count = std::min(kRowBatch, lastEntering - batch + 1);
+        rowSumsInto(image, batch, count, n, ring, n);
+        for (int32_t k = 0; k < count; ++k) {
+            const int32_t target = h + batch + k - n + 1;
+            const float *previous = rowOf(*sums, target - 1);
+            float *row = rowOf(*sums, target);
+            float *slot = rowOf(ring, slotIndex);
+            const float *entering = rowOf(ring, n + k);
+            for (int32_t x = 0; x < width; ++x)
+                row[x] = (previous[x] - slot[x]) + entering[x];
+            std::copy(entering, entering + width, slot);
+            slotIndex = (slotIndex + 1) % n;
+        }
     }
     pxImageDestruct(&ring);
     return 1;
