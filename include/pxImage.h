@@ -394,7 +394,8 @@ PXIMAGE_API uint32_t pxImagePreprocAdaptiveLog(FIMAGE *image, FIMAGE *scratch, i
  * Gaussian blur of that size and sigma "corresPrepSigma" (double, 2.0). With ignoreSaturation: pixels at
  * or above saturationLevel are left out of both box means and end as 255.0; the others get
  * z = d / minSigma where v <= minSigma^2, else d / (v * r(v)); both clamped and multiplied by
- * 127.5 / bound. No offset is added. O(pixels). */
+ * 127.5 / bound. No offset is added. O(pixels). A Gaussian size that OpenCV refuses is reported as in
+ * pxImagePreprocAdaptiveLog. */
 PXIMAGE_API uint32_t pxImagePreprocBounded(FIMAGE *image, FIMAGE *scratch, int32_t window, float bound,
                                            float minSigma, int32_t ignoreSaturation, float saturationLevel);
 

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "PreprocTestUtil.h"
+#include "support/AllocFailure.h"
 #include "support/LogCapture.h"
 
 namespace pxtest {
@@ -114,6 +115,39 @@ TEST_F(PreprocBounded, DefaultSigmaOfTheGaussianMeanIsTwo) {
         image, [](Fimage &m) { ASSERT_TRUE(BlurByGaussianFilterUsingOpenCv(m.f, 5, 2.0)); }, 2.0f, 1.0f);
     ASSERT_EQ(1u, pxImagePreprocBounded(image.f, scratch.f, 5, 2.0f, 1.0f, 0, 0.0f));
     expectSameBits(expected, image.pixels());
+}
+
+TEST_F(PreprocBounded, ReadsItsSettingsOnce) {
+    Fimage original(20, 20);
+    fillTexture(original, 16);
+    const auto boxed = referencePlain(
+        original, [](Fimage &m) { ASSERT_EQ(1, blur(*m.f, 5)); }, 2.0f, 1.0f);
+    Fimage scratch(20, 20);
+    Fimage first(original);
+    ASSERT_EQ(1u, pxImagePreprocBounded(first.f, scratch.f, 5, 2.0f, 1.0f, 0, 0.0f));
+    pxEnvSetParam("corresPrepFilterWinSize", "5"); // too late: the first call has read the settings
+    Fimage second(original);
+    ASSERT_EQ(1u, pxImagePreprocBounded(second.f, scratch.f, 5, 2.0f, 1.0f, 0, 0.0f));
+    expectSameBits(boxed, second.pixels());
+    // The adaptive log mode's flag does not steer this mode.
+    resetSettings();
+    pxEnvSetParam("useGaussianBlur", "1");
+    Fimage third(original);
+    ASSERT_EQ(1u, pxImagePreprocBounded(third.f, scratch.f, 5, 2.0f, 1.0f, 0, 0.0f));
+    expectSameBits(boxed, third.pixels());
+}
+
+TEST_F(PreprocBounded, AllocationFailuresLeakNothing) {
+    Fimage original(20, 14);
+    fillTexture(original, 17);
+    Fimage image(original);
+    Fimage scratch(20, 14);
+    for (int saturation = 0; saturation < 2; ++saturation) {
+        const int allocations = forEachAllocationFailure(
+            [&] { return pxImagePreprocBounded(image.f, scratch.f, 5, 2.0f, 1.0f, saturation, 200.0f) == 1; },
+            [&] { fcopy_img(*original.f, *image.f); });
+        EXPECT_EQ(2, allocations); // the scratch of each of the two box means
+    }
 }
 
 TEST_F(PreprocBounded, SaturatedPixelsAreLeftOutAndMarked) {

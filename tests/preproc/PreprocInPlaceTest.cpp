@@ -205,6 +205,30 @@ TEST_F(PreprocInPlace, AdaptiveLogWithGaussianSettingIgnoresTheWindow) {
     expectSameBits(boxed, image.pixels());
 }
 
+TEST_F(PreprocInPlace, AdaptiveLogGaussianDefaultsAreSize13AndSigma3) {
+    pxEnvSetParam("useGaussianBlur", "1");
+    Fimage image(30, 30);
+    fillTexture(image, 8);
+    const std::vector<float> expected = referenceAdaptiveLog(
+        image, [](Fimage &m) { ASSERT_TRUE(BlurByGaussianFilterUsingOpenCv(m.f, 13, 3.0)); }, nullptr);
+    Fimage scratch(30, 30);
+    ASSERT_EQ(1u, pxImagePreprocAdaptiveLog(image.f, scratch.f, 5, 0, 0.0f));
+    expectSameBits(expected, image.pixels());
+}
+
+TEST_F(PreprocInPlace, AdaptiveLogAllocationFailuresLeakNothing) {
+    Fimage original(20, 14);
+    fillTexture(original, 9);
+    Fimage image(original);
+    Fimage scratch(20, 14);
+    for (int saturation = 0; saturation < 2; ++saturation) {
+        const int allocations = forEachAllocationFailure(
+            [&] { return pxImagePreprocAdaptiveLog(image.f, scratch.f, 5, saturation, 200.0f) == 1; },
+            [&] { fcopy_img(*original.f, *image.f); });
+        EXPECT_EQ(1, allocations);
+    }
+}
+
 TEST_F(PreprocInPlace, AdaptiveLogReadsItsSettingsOnce) {
     Fimage original(16, 16);
     fillTexture(original, 6);
