@@ -556,6 +556,88 @@ PXIMAGE_API uint32_t pxImagePyrDestruct(tag_pxImage **pyramid);
  * one scratch image of w x 5 (the row-filtered rows in use). */
 PXIMAGE_API uint32_t pxImageReduce(const tag_pxImage *source, tag_pxImage **target, const float kernel[3]);
 
+/* ==== Preprocessing for correspondence search (module pxImagePreproc) ===================================== */
+
+/* The modes remove slowly varying illumination by comparing every pixel with a local mean (and most with a
+ * local standard deviation) over a square window. All arithmetic is single precision unless said otherwise.
+ * Where a mode divides by a standard deviation s = sqrt(v) it uses v * r(v), r(v) a fast approximation of
+ * 1/sqrt(v) (bit-pattern start value and four Newton steps; relative error about 1e-7), or the real square
+ * root where a comment says so. Settings are read through pxEnv on a mode's first call and kept for the
+ * process. Failures leave a trace chain at level 1 (module pxImagePreproc); an in-place mode that fails
+ * half-way leaves the image partly processed. Local means come from img_4_px's blur and
+ * blurIgnoreSaturation (window shrunk to the image at its edges) or from the Gaussian bridge below. */
+
+/* Local zero-mean, unit-variance normalisation in place: d = image - mean, v = box mean of d^2, then
+ * image = gain * d / s + offset with s = v * r(v) where v > minSigma^2 and s = minSigma otherwise (a flat
+ * image becomes `offset`). Allocates one scratch image (alloc_image, border Image_border; failure reported
+ * through sendError, code 0xC43D0310). Two box means; O(pixels) for every window. A failing blur returns 0
+ * without releasing the scratch image. Refuses (level-5 error, code 0xC43D0003) a null or empty image and a
+ * window below 1. */
+PXIMAGE_API uint32_t pxImagePreproc(FIMAGE *image, int32_t window, float offset, float gain, float minSigma);
+
+/* Log ratio to the local mean in place: image = ln(image / mean); `scratch` (same size) receives the mean.
+ * The mean is, in this order of precedence: with ignoreSaturation != 0 the box mean of the pixels below
+ * saturationLevel (and only pixels strictly below it are transformed; the others keep their value); with
+ * the setting "useGaussianBlur" (int, default 0) non-zero a Gaussian blur of kernel size
+ * "corresPrepInitialFilterWinSize" (int, 13) and sigma "corresPrepInitialSigma" (double, 3.0), the window
+ * argument then unused; otherwise the box mean over `window`. O(pixels). A Gaussian size that OpenCV
+ * refuses (even, or below 1 with sigma 0) is reported (code 0xC43D0003) and returns 0. */
+PXIMAGE_API uint32_t pxImagePreprocAdaptiveLog(FIMAGE *image, FIMAGE *scratch, int32_t window,
+                                               int32_t ignoreSaturation, float saturationLevel);
+
+/* Normalisation clamped to [-bound, bound] and scaled to [-127.5, 127.5] in place; `scratch` (same size)
+ * receives the local variance. bound below 1.0 (or NaN) returns 0 and changes nothing. Without
+ * ignoreSaturation: z = d / sqrt(max(v, minSigma^2)) (real square root) with mean and variance from a box
+ * mean over `window`, or, when the setting "corresPrepFilterWinSize" (int, default 0) is non-zero, from a
+ * Gaussian blur of that size and sigma "corresPrepSigma" (double, 2.0). With ignoreSaturation: pixels at
+ * or above saturationLevel are left out of both box means and end as 255.0; the others get
+ * z = d / minSigma where v <= minSigma^2, else d / (v * r(v)); both clamped and multiplied by
+ * 127.5 / bound. No offset is added. O(pixels). A Gaussian size that OpenCV refuses is reported as in
+ * pxImagePreprocAdaptiveLog. */
+PXIMAGE_API uint32_t pxImagePreprocBounded(FIMAGE *image, FIMAGE *scratch, int32_t window, float bound,
+                                           float minSigma, int32_t ignoreSaturation, float saturationLevel);
+
+/* Grows saturated areas by one pixel: for every interior pixel (rows 1..height-2, columns 1..width-2) of
+ * `reference` at or above saturationLevel, its four edge neighbours in `image` are set to saturationLevel.
+ * With copyFirst != 0 `reference` first becomes a copy of `image`. Pixels of the outermost rows and columns
+ * are never tested but can be set by an interior neighbour. O(pixels). Images of different sizes or with
+ * a null row are refused with a level-5 error (code 0xC43D0003) and nothing is changed. */
+PXIMAGE_API void pxImagePreprocWidenSaturation(FIMAGE *image, FIMAGE *reference, float saturationLevel,
+                                               int32_t copyFirst);
+
+/* Tone mapping of plane 0 of a record to about 0..255 in a new FLOAT record (border Image_border, other
+ * planes converted only): with lo and hi the smallest and largest pixel, a source whose origType is UBYTE
+ * gets p = (p - lo)^0.1 * 255 / (hi - lo)^0.1, any other p = ln(p - lo + offset) * 255 / ln(hi - lo +
+ * offset). O(pixels). Returns the record (the caller destroys it), or null when the conversion fails. */
+PXIMAGE_API tag_pxImage *pxImagePreprocLog(const tag_pxImage *source, float offset);
+
+/* Local normalisation of plane 0 of a record into a new FLOAT record (border Image_border) converted with
+ * the SHORT->FLOAT transform: out = (M - lo) * meanGain + (x - M) * gain / s, with M the mean and s the
+ * standard deviation over a window x window square (s = sqrt(v), real square root; where v <= 0 only the
+ * first term), lo the smallest mean. With ignoreSaturation != 0, pixels >= 255.0 are left out of the means
+ * and keep their converted value, and s = v * r(v). The means cover rows and columns window/2 ..; the edge
+ * band (and, without ignoreSaturation, the last window/2 rows above it) has mean 0. `unused` is not read.
+ * Window 1..min(width, height), else refused (code 0xC43D0003). O(pixels) without ignoreSaturation,
+ * O(pixels * window^2) with it. Returns the record (the caller destroys it), or null, releasing every
+ * intermediate. */
+PXIMAGE_API tag_pxImage *pxImagePreprocStandard(const tag_pxImage *source, int32_t window, float unused,
+                                                float gain, float meanGain, int32_t ignoreSaturation);
+
+#ifdef __cplusplus
+} /* extern "C" */
+
+/* Blurs an img_4_px float image in place with OpenCV's Gaussian filter: kernel size x size, sigma in both
+ * directions, borders reflected without repeating the edge pixel. Rows may lie back to back or at any
+ * even stride (images of alloc_image with a margin); the margin is neither read nor written. Exported with
+ * C++ linkage. O(pixels * size). Returns true; false, with a level-5 error (module pxImagePreproc, code
+ * 0xC43D0003) and nothing changed, for a null or empty image, a null row, or rows that are not evenly spaced
+ * in increasing order. A size below 1 with sigma > 0 lets OpenCV choose the size from sigma; errors raised by
+ * OpenCV itself (an even size, a size below 1 with sigma 0) propagate as cv::Exception. */
+PXIMAGE_API bool BlurByGaussianFilterUsingOpenCv(FIMAGE *image, int kernelSize, double sigma);
+
+extern "C" {
+#endif
+
 #ifdef __cplusplus
 }
 #endif

@@ -29,6 +29,7 @@ int main(int argc, char **argv) {
     pximg::addContainerCommands(app);
     pximg::addMarkCommands(app);
     pximg::addGeometryCommands(app);
+    pximg::addPreprocCommands(app);
     pximg::installLibraryLog();
     try {
         app.parse(argc, argv);

@@ -83,5 +83,6 @@ void addFilterCommands(CLI::App &app);    // filter, stats
 void addContainerCommands(CLI::App &app); // container write, container read
 void addMarkCommands(CLI::App &app);      // mark
 void addGeometryCommands(CLI::App &app);  // cut, pyramid, roi
+void addPreprocCommands(CLI::App &app);   // preproc, stereo-pair
 
 } // namespace pximg
