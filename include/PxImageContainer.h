@@ -100,9 +100,11 @@ class PXIMAGE_API PxImageContainer {
 
     // Writes every non-null image to its file (current naming) in `dir`, or in the container's directory when
     // dir is null. FLS images go CSHORT-compressed, others SHORT12-packed, each falling back to the plain
-    // type, as the two settings say. Note that compressing changes the pixels in memory. O(pixels). True on
-    // success and for a container without slots (which touches nothing); false, after sendError, when the
-    // directory is missing or an image cannot be written (files written before stay on disk).
+    // type, as the two settings say. Note that compressing changes the pixels in memory. Every file is
+    // flushed and closed with its result checked (pxImageWriteChecked): a file that did not reach the disk
+    // (full disk, file-size limit) is a failed write, removed before the next encoding is tried. O(pixels).
+    // True on success and for a container without slots (which touches nothing); false, after sendError,
+    // when the directory is missing or an image cannot be written (files written before stay on disk).
     bool Write(const char16_t *dir = nullptr);
     // Destroys the current images, then reads the grab type's images from `dir` (or the container's
     // directory when dir is null), each under its current name, or its older name when the current file is

@@ -219,14 +219,30 @@ PXIMAGE_API uint32_t pxImageReadWithROIandTransform(const uint16_t *fileName, in
  * CBIT only from UBYTE, CSHORT and SHORT12 only from SHORT, and those three only without a border). Writing
  * CBIT, CSHORT or SHORT12 changes the image's pixels in place (CSHORT: protected pixels get bit 0 set, run
  * starts lose their two low bits); write a copy when the exact pixels are needed afterwards. Inconsistent
- * ROI/orig values are logged as warnings and corrected in the file only. O(pixels). Result 1 or 0; a
- * failed write leaves a partial file on disk. */
+ * ROI/orig values are logged as warnings and corrected in the file only. Those three encodings hold one
+ * plane: an image of several planes is refused as CBIT, CSHORT or SHORT12 with an invalid-argument error
+ * before any file is created. O(pixels). Result 1 or 0; a failed write leaves a partial file on disk, and
+ * the result of closing the file is not looked at, so data that the system refuses at the close (a full
+ * disk, a file-size limit) is lost with result 1: use pxImageWriteChecked where that matters. */
 PXIMAGE_API uint32_t pxImageWrite(const uint16_t *fileName, int32_t type, tag_pxImage *image);
 
 /* As pxImageWrite; with `transform` set, a FLOAT image written as SHORT is first rescaled from about 0..255
  * to 0..65535 by the conversion engine (into a temporary copy). O(pixels). Result 1 or 0. */
 PXIMAGE_API uint32_t pxImageWriteWithTransform(const uint16_t *fileName, int32_t type, int32_t transform,
                                                tag_pxImage *image);
+
+/* As pxImageWrite, but success means the data reached the system: the file is flushed and closed, and a
+ * failure of either fails the call with the file input/output error (0xC43D0031, errno and its text). On
+ * any failure after the file was opened, the partly written file is removed (a regular file only: a device
+ * named as the target is left alone), so no truncated file stays behind; an existing file of that name is
+ * lost either way, as with every "wb" write. Multi-plane images are refused as CBIT, CSHORT or SHORT12 as
+ * by pxImageWrite. O(pixels). Result 1 or 0. */
+PXIMAGE_API uint32_t pxImageWriteChecked(const uint16_t *fileName, int32_t type, tag_pxImage *image);
+
+/* pxImageWriteWithTransform with the checks and clean-up of pxImageWriteChecked. O(pixels). Result 1 or
+ * 0. */
+PXIMAGE_API uint32_t pxImageWriteWithTransformChecked(const uint16_t *fileName, int32_t type,
+                                                      int32_t transform, tag_pxImage *image);
 
 /* ==== Neighbourhood filters =============================================================================== */
 
@@ -363,6 +379,264 @@ PXIMAGE_API uint32_t pxImageGetAvarageFlowNorm(const tag_pxImage *flowX, const t
  * image, so images narrower than n repeat pixels. n < 1 fills nothing. Refuses other types, n > border and
  * other modes, changing nothing. O(n * (width + height)). */
 PXIMAGE_API uint32_t pxImageReflect(tag_pxImage *image, int32_t n, int32_t mode);
+
+/* ==== Annotation (module pxImageMarkPts) ================================================================== */
+
+/* Point crosses and ellipses drawn into images for visual inspection of detected features, and magnified,
+ * pixel-replicated cut-outs with the marks drawn at the magnified scale.
+ *
+ * Points are arrays of n (x, y) pairs of doubles (2 n doubles), x the column and y the row. A point marks
+ * the pixel (truncate(x + 0.5), truncate(y + 0.5)): conversion toward zero after adding 0.5, so negative
+ * coordinates round toward zero. A cross of size s has arms of s / 2 (integer division) pixels on each side
+ * of its centre (size 0 or 1: the centre pixel alone; size 4: a 5 x 5 "+").
+ *
+ * The value written depends on the pixel type: UBYTE the colour's low byte, SHORT its low 16 bits, INT the
+ * 32-bit word as it stands, FLOAT and DOUBLE the colour converted from integer. Other types (CBIT, CSHORT,
+ * SHORT12) get nothing: each such point is reported (code 0xC41A0004) and marking goes on.
+ *
+ * Crosses are not clipped to the image: whatever falls inside the image or its border (margin) is written
+ * as drawn. A cross or point that would reach outside the plane's storage, margin included, is a caller
+ * error: it is reported (code 0xC43D0003) and skipped, the other points are still drawn, and the call
+ * returns 0. Nothing is ever written outside the pixel buffer.
+ *
+ * Settings: the cross size and the colour are process-wide. They are read once per process from the
+ * configuration keys "pxImageMarkPtsCrossSize" (default 1) and "pxImageMarkPtsColor" (default 0) by
+ * pxImageMarkPts_init, or on the first marking call when neither pxImageMarkPts_init nor
+ * pxImageMarkPtsSetParams ran before it, and can be replaced at any time by pxImageMarkPtsSetParams. They
+ * are unguarded: the calls that set or first read them must not race with each other or with marking, so
+ * call pxImageMarkPts_init or pxImageMarkPtsSetParams once before marking from several threads. Marking
+ * itself is safe from several threads on distinct images. */
+
+struct pxMath2DEllipse; /* the ellipse record of pxMath.h: centre, semi-axes, angle */
+
+/* Reads "pxImageMarkPtsColor" (default 0) into the colour and then "pxImageMarkPtsCrossSize" (default 1)
+ * into the cross size. A value that does not parse leaves the key's default in its setting, logs a trace
+ * and returns 0 (a bad colour stops before the size is read). Not thread-safe (see above). O(1). Result 1
+ * when both keys were read. */
+PXIMAGE_API uint32_t pxImageMarkPts_init(void);
+
+/* Replaces both settings: the cross size (arms of crossSize / 2 pixels) and the colour, kept as a raw
+ * 32-bit word. Not thread-safe (see above). O(1). Always 1. */
+PXIMAGE_API uint32_t pxImageMarkPtsSetParams(int32_t crossSize, int32_t colour);
+
+/* Draws a cross in the module's colour and size at each of the n points, in array order, into plane 0 of
+ * the image. n <= 0 marks nothing and returns 1 at once. O(n * size). Result 1; 0 when the points or the
+ * image (with pixels) are missing, or when a cross reached outside the storage and was skipped. An
+ * unsupported pixel type is reported once per point and the result is still 1. */
+PXIMAGE_API uint32_t pxImageMarkPts(const double *points, int32_t n, tag_pxImage *image);
+
+/* Magnified cut-out of a FLOAT image around points, with the points marked at the magnified scale.
+ * magnification m >= 1. When *output is null, the region is the bounding box of the n truncated points,
+ * widened by one pixel on each side where that stays within the image, and a new image of the source's
+ * type, border and planes, (region width) * m by (region height) * m pixels, receives every source pixel
+ * of the region (of every plane) as an m x m block; region pixels outside the source stay 0. When *output
+ * already holds an image, it is reused as it is (not refilled) and the region corners are read from the
+ * two pairs that follow the n points: points[n] = (xmin, ymin), points[n + 1] = (xmax, ymax), truncated.
+ * The points are then mapped to ((x - xmin + 0.5) * m, (y - ymin + 0.5) * m), the centre of their source
+ * pixel in the magnified image, and marked with pxImageMarkPts. A negative n counts as 0. Cost:
+ * O(output pixels + n * size); allocates the output (when new) and a scratch array of n pairs. Result 1/0;
+ * a newly constructed output image stays in *output on a later failure (the caller destroys it). */
+PXIMAGE_API uint32_t pxImageMarkPtsMagnify(const double *points, int32_t n, int32_t magnification,
+                                           const tag_pxImage *source, tag_pxImage **output);
+
+/* Magnified cut-out of a UBYTE image around an ellipse. With r = truncate(a + 0.5), the cut-out is the 4r x
+ * 4r square of source pixels whose top-left pixel is (truncate(cx + 0.5) - 2r, truncate(cy + 0.5) - 2r)
+ * (only a sets it: an ellipse with b > 2a is partly cut away); a new UBYTE image of 4 r m x 4 r m pixels
+ * with the source's border and planes receives each of its pixels as an m x m block (pixels outside the
+ * source stay 0). N = truncate((a + b) * pi + 0.5) * m * 3 contour samples are mapped to the cut-out
+ * (((x - x0) + 0.5) * m, ((y - y0) + 0.5) * m), those outside it are dropped, the rest are marked as
+ * crosses (pxImageMarkPts), and the five pixels of a "+" at the mapped centre that lie inside are
+ * inverted (p := 255 - p). *output must be null on entry; magnification >= 1; the ellipse must be finite
+ * with non-negative semi-axes and give 1 .. 2^31 - 6 samples. Cost: O(output pixels + N * size); allocates
+ * the output and N + 5 point pairs. Result 1/0; a constructed output stays in *output on a later failure. */
+PXIMAGE_API uint32_t pxImageMarkEllipse(const struct pxMath2DEllipse *ellipse, int32_t magnification,
+                                        const tag_pxImage *source, tag_pxImage **output);
+
+/* Draws an ellipse and extra points into the UBYTE image *image, after checking that `checked` is a UBYTE
+ * image with pixels (usually the same image). N = truncate((a + b) * pi + 0.5) * 3 contour samples; those
+ * outside *image are dropped and the rest marked as crosses (pxImageMarkPts); the five pixels of a "+" at
+ * (cx + 0.5, cy + 0.5) that lie inside are inverted (p := 255 - p), so a second call restores them; then
+ * each of the n extra points sets its pixel (truncate(x + 0.5), truncate(y + 0.5)) to 255, unclipped (a
+ * point outside the storage is reported and skipped). Ellipse conditions as for pxImageMarkEllipse (with
+ * m = 1). Cost: O(N * size + n); allocates N + 5 point pairs. Result 1/0. */
+PXIMAGE_API uint32_t pxImageMarkEllipseAndPts(const struct pxMath2DEllipse *ellipse,
+                                              const tag_pxImage *checked, const double *points, int32_t n,
+                                              tag_pxImage **image);
+
+/* ==== Geometry: cut, extend, region extraction, pyramids ================================================= */
+
+/* ---- Cut and extend (modules pxImageCut, pxImageExtend) -------------------------------------------------- */
+
+/* Copies the target's width x height pixels of plane 0 from column x, row y of the source into the target,
+ * with conversion to the target's type when the types differ. x and y are compared as signed numbers
+ * (source width < target width + x fails with error 0xC41A0005 and the six sizes), so an origin of 2^31 or
+ * more reaches into the margin; a cut whose rows would leave the source's storage is refused as an
+ * invalid argument. Logs "cut WxH+X+Y on image WxH" at level 0.
+ * Same type: the target's origX/origY become the source's plus (x, y), origWidth/origHeight are copied and
+ * the region of interest is the source's moved by (-x, -y) and clipped to the target (it may come out empty
+ * or inverted); only plane 0 is written, the target's margin and other planes are not touched.
+ * Other type: the cut goes through a scratch image of the source's type and the target's shape, whose
+ * every plane is then converted into the target's (pxImagePixMapConvertCopy with `transform`, margins
+ * included); the target's header keeps the origin and region the caller gave it, and a failure may leave
+ * its planes partly written. O(cut pixels); the converting path allocates one scratch image. */
+PXIMAGE_API uint32_t pxImageCutWithTransform(const tag_pxImage *source, uint32_t x, uint32_t y,
+                                             int32_t transform, tag_pxImage *target);
+
+/* pxImageCutWithTransform without the SHORT<->FLOAT transform. */
+PXIMAGE_API uint32_t pxImageCut(const tag_pxImage *source, uint32_t x, uint32_t y, tag_pxImage *target);
+
+/* Enlarges plane 0 of a byte image by pixel replication: target[r][c] = source[r / factor][c / factor]
+ * (truncating division) for every row and column of the target, whose size drives the loops; the bytes
+ * are read and written as single bytes whatever the types. A target larger than factor times the source
+ * reads the source's margin (and past a row's end its next row). Missing images or pixels, a factor of 0,
+ * and reads or writes that would leave either plane's storage are reported as invalid arguments and
+ * nothing is written. O(target pixels). Always 1. */
+PXIMAGE_API uint32_t pxImageExtend(const tag_pxImage *source, int32_t factor, tag_pxImage *target);
+
+/* ---- Automatic region extraction (module pxImageRoi) ----------------------------------------------------- */
+
+/* Finds the rectangle of plane 0 that holds textured content. Every 6 x 6 block that lies wholly inside
+ * the image (a last partial strip of up to 6 pixels is not tested) is kept when 36 times the variance of
+ * its pixels read as bytes is at least 100 and the single-precision sum of the same pixels read as floats
+ * lies in [345.6, 7344] (meant for float images of 0..255; other types are read the same two ways). Then,
+ * from the whole image, the edge whose 20-pixel strip has the largest share of unkept pixels (right, left,
+ * bottom, top on ties) moves inward by 20 while that share exceeds 0.6; peeling stops too when the chosen
+ * strip reaches outside the image (such a strip is traced and keeps its earlier share, 0 at first).
+ * With *found > 0 on entry, rect receives left, top, right, bottom (right and bottom one past the region,
+ * right <= left when nothing is textured) and *found becomes 1; otherwise *found becomes 0 and rect is not
+ * written. Images whose float reads would leave their storage (pixels narrower than a float, as UBYTE and
+ * SHORT, unless the image is tiny or has a wide margin) are refused as invalid arguments. O(pixels) for the
+ * blocks plus O(20 (width + height)) for each of at most (width + height) / 10 peeling rounds; allocates
+ * one mask image of the image's type and size. */
+PXIMAGE_API uint32_t pxImageRoi(const tag_pxImage *image, int32_t rect[4], int32_t *found);
+
+/* ---- Reduction and pyramids (module pxImagePyr) ---------------------------------------------------------- */
+
+/* Number of levels of a pyramid. */
+#define pxImage_PYR_LEVELS 15
+
+/* A pyramid: level 0 the largest image, each further level half the size of the one before (odd sizes
+ * round up); levels not built are null. Owned by the caller; all levels share type, border and planes. */
+typedef tag_pxImage *pxImagePyramid[pxImage_PYR_LEVELS];
+
+/* Sets level 0 of the array to null, and only level 0 (the caller clears the others). O(1). */
+PXIMAGE_API uint32_t pxImagePyrSetNull(tag_pxImage **pyramid);
+
+/* Builds the headers (no pixel maps) of every level around level `level` (0..14) of width x height: the
+ * levels below it twice as large each, the levels above it ((w + 1) / 2) x ((h + 1) / 2) each while the
+ * smaller side of the level below is at least 2. Entries are overwritten without being destroyed. A
+ * pyramid that would need more than 15 levels is refused before anything is built; a level that cannot
+ * be constructed (a side above 9999, say) fails, leaving the levels already built for pxImagePyrDestruct.
+ * O(levels). */
+PXIMAGE_API uint32_t pxImagePyrHeaderConstruct(tag_pxImage **pyramid, int32_t level, int32_t width,
+                                               int32_t height, int32_t type, int32_t border, int32_t planes);
+
+/* Builds the zero-filled pixel maps of levels firstLevel..lastLevel (nothing when first > last). Every
+ * level must have a header of exactly this type, border and plane count and no pixel maps yet, else
+ * nothing is built. On a
+ * failed allocation the maps built so far stay (pxImagePyrDestruct frees them). O(pixels). */
+PXIMAGE_API uint32_t pxImagePyrPixMapConstruct(int32_t type, int32_t border, int32_t planes,
+                                               int32_t firstLevel, int32_t lastLevel, tag_pxImage **pyramid);
+
+/* Fills levels firstLevel+1..lastLevel by pxImageReduce from the level below each; first >= last does
+ * nothing and gives 1. Stops at the first failure, the levels before it filled. O(pixels of firstLevel). */
+PXIMAGE_API uint32_t pxImagePyrReduce(tag_pxImage **pyramid, int32_t firstLevel, int32_t lastLevel,
+                                      const float kernel[3]);
+
+/* Destroys the images of all 15 levels (null levels are fine) and sets them to null. O(levels). */
+PXIMAGE_API uint32_t pxImagePyrDestruct(tag_pxImage **pyramid);
+
+/* One level of reduction of plane 0 of a FLOAT image into an existing FLOAT target of w x h (normally
+ * ((W + 1) / 2) x ((H + 1) / 2)): every row filtered at every second column, then every column of that at
+ * every second row, with the 5-tap kernel k0 (centre), k1, k2 taken as normalised in the interior; the
+ * first, last and second-to-last positions of a line use the weights that fall inside it, divided by their
+ * sum. Single precision throughout. A source 1 or 2 pixels wide reads past its rows' ends (into the margin
+ * or the next row); sources lower than 3 rows, targets larger than the halved source, and reads that would
+ * leave the source's storage are refused as invalid arguments, as are other types. O(pixels); allocates
+ * one scratch image of w x 5 (the row-filtered rows in use). */
+PXIMAGE_API uint32_t pxImageReduce(const tag_pxImage *source, tag_pxImage **target, const float kernel[3]);
+
+/* ==== Preprocessing for correspondence search (module pxImagePreproc) ===================================== */
+
+/* The modes remove slowly varying illumination by comparing every pixel with a local mean (and most with a
+ * local standard deviation) over a square window. All arithmetic is single precision unless said otherwise.
+ * Where a mode divides by a standard deviation s = sqrt(v) it uses v * r(v), r(v) a fast approximation of
+ * 1/sqrt(v) (bit-pattern start value and four Newton steps; relative error about 1e-7), or the real square
+ * root where a comment says so. Settings are read through pxEnv on a mode's first call and kept for the
+ * process. Failures leave a trace chain at level 1 (module pxImagePreproc); an in-place mode that fails
+ * half-way leaves the image partly processed. Local means come from img_4_px's blur and
+ * blurIgnoreSaturation (window shrunk to the image at its edges) or from the Gaussian bridge below. */
+
+/* Local zero-mean, unit-variance normalisation in place: d = image - mean, v = box mean of d^2, then
+ * image = gain * d / s + offset with s = v * r(v) where v > minSigma^2 and s = minSigma otherwise (a flat
+ * image becomes `offset`). Allocates one scratch image (alloc_image, border Image_border; failure reported
+ * through sendError, code 0xC43D0310). Two box means; O(pixels) for every window. A failing blur returns 0
+ * without releasing the scratch image. Refuses (level-5 error, code 0xC43D0003) a null or empty image and a
+ * window below 1. */
+PXIMAGE_API uint32_t pxImagePreproc(FIMAGE *image, int32_t window, float offset, float gain, float minSigma);
+
+/* Log ratio to the local mean in place: image = ln(image / mean); `scratch` (same size) receives the mean.
+ * The mean is, in this order of precedence: with ignoreSaturation != 0 the box mean of the pixels below
+ * saturationLevel (and only pixels strictly below it are transformed; the others keep their value); with
+ * the setting "useGaussianBlur" (int, default 0) non-zero a Gaussian blur of kernel size
+ * "corresPrepInitialFilterWinSize" (int, 13) and sigma "corresPrepInitialSigma" (double, 3.0), the window
+ * argument then unused; otherwise the box mean over `window`. O(pixels). A Gaussian size that OpenCV
+ * refuses (even, or below 1 with sigma 0) is reported (code 0xC43D0003) and returns 0. */
+PXIMAGE_API uint32_t pxImagePreprocAdaptiveLog(FIMAGE *image, FIMAGE *scratch, int32_t window,
+                                               int32_t ignoreSaturation, float saturationLevel);
+
+/* Normalisation clamped to [-bound, bound] and scaled to [-127.5, 127.5] in place; `scratch` (same size)
+ * receives the local variance. bound below 1.0 (or NaN) returns 0 and changes nothing. Without
+ * ignoreSaturation: z = d / sqrt(max(v, minSigma^2)) (real square root) with mean and variance from a box
+ * mean over `window`, or, when the setting "corresPrepFilterWinSize" (int, default 0) is non-zero, from a
+ * Gaussian blur of that size and sigma "corresPrepSigma" (double, 2.0). With ignoreSaturation: pixels at
+ * or above saturationLevel are left out of both box means and end as 255.0; the others get
+ * z = d / minSigma where v <= minSigma^2, else d / (v * r(v)); both clamped and multiplied by
+ * 127.5 / bound. No offset is added. O(pixels). A Gaussian size that OpenCV refuses is reported as in
+ * pxImagePreprocAdaptiveLog. */
+PXIMAGE_API uint32_t pxImagePreprocBounded(FIMAGE *image, FIMAGE *scratch, int32_t window, float bound,
+                                           float minSigma, int32_t ignoreSaturation, float saturationLevel);
+
+/* Grows saturated areas by one pixel: for every interior pixel (rows 1..height-2, columns 1..width-2) of
+ * `reference` at or above saturationLevel, its four edge neighbours in `image` are set to saturationLevel.
+ * With copyFirst != 0 `reference` first becomes a copy of `image`. Pixels of the outermost rows and columns
+ * are never tested but can be set by an interior neighbour. O(pixels). Images of different sizes or with
+ * a null row are refused with a level-5 error (code 0xC43D0003) and nothing is changed. */
+PXIMAGE_API void pxImagePreprocWidenSaturation(FIMAGE *image, FIMAGE *reference, float saturationLevel,
+                                               int32_t copyFirst);
+
+/* Tone mapping of plane 0 of a record to about 0..255 in a new FLOAT record (border Image_border, other
+ * planes converted only): with lo and hi the smallest and largest pixel, a source whose origType is UBYTE
+ * gets p = (p - lo)^0.1 * 255 / (hi - lo)^0.1, any other p = ln(p - lo + offset) * 255 / ln(hi - lo +
+ * offset). O(pixels). Returns the record (the caller destroys it), or null when the conversion fails. */
+PXIMAGE_API tag_pxImage *pxImagePreprocLog(const tag_pxImage *source, float offset);
+
+/* Local normalisation of plane 0 of a record into a new FLOAT record (border Image_border) converted with
+ * the SHORT->FLOAT transform: out = (M - lo) * meanGain + (x - M) * gain / s, with M the mean and s the
+ * standard deviation over a window x window square (s = sqrt(v), real square root; where v <= 0 only the
+ * first term), lo the smallest mean. With ignoreSaturation != 0, pixels >= 255.0 are left out of the means
+ * and keep their converted value, and s = v * r(v). The means cover rows and columns window/2 ..; the edge
+ * band (and, without ignoreSaturation, the last window/2 rows above it) has mean 0. `unused` is not read.
+ * Window 1..min(width, height), else refused (code 0xC43D0003). O(pixels) without ignoreSaturation,
+ * O(pixels * window^2) with it. Returns the record (the caller destroys it), or null, releasing every
+ * intermediate. */
+PXIMAGE_API tag_pxImage *pxImagePreprocStandard(const tag_pxImage *source, int32_t window, float unused,
+                                                float gain, float meanGain, int32_t ignoreSaturation);
+
+#ifdef __cplusplus
+} /* extern "C" */
+
+/* Blurs an img_4_px float image in place with OpenCV's Gaussian filter: kernel size x size, sigma in both
+ * directions, borders reflected without repeating the edge pixel. Rows may lie back to back or at any
+ * even stride (images of alloc_image with a margin); the margin is neither read nor written. Exported with
+ * C++ linkage. O(pixels * size). Returns true; false, with a level-5 error (module pxImagePreproc, code
+ * 0xC43D0003) and nothing changed, for a null or empty image, a null row, or rows that are not evenly spaced
+ * in increasing order. A size below 1 with sigma > 0 lets OpenCV choose the size from sigma; errors raised by
+ * OpenCV itself (an even size, a size below 1 with sigma 0) propagate as cv::Exception. */
+PXIMAGE_API bool BlurByGaussianFilterUsingOpenCv(FIMAGE *image, int kernelSize, double sigma);
+
+extern "C" {
+#endif
 
 #ifdef __cplusplus
 }

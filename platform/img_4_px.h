@@ -52,6 +52,21 @@ IMG4PX_API void free_image(FIMAGE *image);
  * differ or are negative, or a row table or one of its rows is null. */
 IMG4PX_API int fcopy_img(FIMAGE source, FIMAGE destination);
 
+/* Replaces every pixel of the image (width x height, margins untouched) by the mean of the window x window
+ * square around it; an even window reaches one pixel further up and left. At the edges the window is
+ * shrunk to the image: the mean is over the image pixels it covers, never over invented ones. Sums are kept
+ * in double and updated as the window moves, so the cost per pixel is the same for every window; scratch
+ * of min(window, height) + 4 rows of doubles. Pixels must be finite (a NaN or infinity spreads along the
+ * running sums). Returns 1, or 0 with the image unchanged when the
+ * window is below 1, the image is empty or has a null row (logged, code 0xC43D0003) or memory runs out. */
+IMG4PX_API int blur(FIMAGE image, int32_t window);
+
+/* As blur, but only pixels strictly below saturationLevel enter a mean (NaN never does); a pixel whose
+ * window holds none becomes saturationLevel. The four reserved arguments must be 0 (anything else is
+ * refused and logged). Scratch about twice that of blur. Returns 1 or 0 as blur. */
+IMG4PX_API int blurIgnoreSaturation(FIMAGE image, int32_t window, float saturationLevel, int32_t reserved1,
+                                    int32_t reserved2, int32_t reserved3, int32_t reserved4);
+
 #ifdef __cplusplus
 }
 #endif

@@ -105,6 +105,10 @@ PXENV_API long pxEnvLiveAllocations(void);
 PXENV_API FILE *pxFileOpen(const uint16_t *path, const char *mode);
 /* Closes a file; returns 1, or 0 when closing failed (errno set). A null file is 1. */
 PXENV_API int pxFileClose(FILE *file);
+/* Removes the regular file at path (a symbolic link, device, directory or anything else that is not a
+ * regular file is left alone: 0 with errno EPERM). O(path length). Returns 1, or 0 with errno set (EINVAL
+ * for a null path or an unpaired surrogate; the C runtime's errno otherwise). */
+PXENV_API int pxFileRemove(const uint16_t *path);
 
 /* The file byte order is little-endian on every host. Each reader and writer moves 2 or 4 bytes, O(1), and
  * returns 1 on success and 0 when fewer bytes moved (errno kept from the C runtime, which sets none at end

@@ -27,6 +27,26 @@ PXMATH_API int pxMathSolveCubic(double a, double b, double c, double d, int *nRo
 /* Copies one (x, y) pair from from to to; nothing when either is null. O(1). No result. */
 PXMATH_API void pxMathCopyVec2ToVec2(const pxMathVec2 *from, pxMathVec2 *to);
 
+/* ---- Ellipses --------------------------------------------------------------------------------------------
+ */
+
+/* An ellipse in image coordinates: centre (cx the column, cy the row), semi-axes a (along the direction
+ * `angle`) and b (perpendicular to it), and `angle` in radians from the x axis (columns) toward the y axis
+ * (rows). Field order is part of the interface. */
+typedef struct pxMath2DEllipse {
+    double cx;
+    double cy;
+    double a;
+    double b;
+    double angle;
+} pxMath2DEllipse;
+
+/* Writes n points of the ellipse's contour to points[0..n-1], evenly spaced in the parameter angle
+ * t_k = 2 pi k / n (k = 0..n-1): (cx + a cos t cos angle - b sin t sin angle, cy + a cos t sin angle +
+ * b sin t cos angle), so the first point is the end of the a axis. O(n). Returns 1, or 0 (nothing written)
+ * when n < 1, an argument is null or a field of the ellipse is not finite. */
+PXMATH_API int pxMath2DEllipseSampleContouerPts(const pxMath2DEllipse *ellipse, int n, pxMathVec2 *points);
+
 #ifdef __cplusplus
 }
 #endif

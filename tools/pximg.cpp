@@ -28,6 +28,9 @@ int main(int argc, char **argv) {
     pximg::addDemoCommand(app);
     pximg::addFilterCommands(app);
     pximg::addContainerCommands(app);
+    pximg::addMarkCommands(app);
+    pximg::addGeometryCommands(app);
+    pximg::addPreprocCommands(app);
     pximg::installLibraryLog();
     try {
         app.parse(argc, argv);

@@ -91,5 +91,8 @@ void addFileCommands(CLI::App &app);      // info, convert
 void addDemoCommand(CLI::App &app);       // demo
 void addFilterCommands(CLI::App &app);    // filter, stats
 void addContainerCommands(CLI::App &app); // container write, container read
+void addMarkCommands(CLI::App &app);      // mark
+void addGeometryCommands(CLI::App &app);  // cut, pyramid, roi
+void addPreprocCommands(CLI::App &app);   // preproc, stereo-pair
 
 } // namespace pximg

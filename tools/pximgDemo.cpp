@@ -159,7 +159,7 @@ void timeWrite(const tag_pxImage *frame, const DemoEncoding &encoding, const fs:
     bool written = true;
     result.writeMs = medianMilliseconds(
         [&] { source = convertImage(frame, encoding.memoryType, false); },
-        [&] { written = written && pxImageWrite(name.data(), encoding.fileType, source.get()); });
+        [&] { written = written && pxImageWriteChecked(name.data(), encoding.fileType, source.get()); });
     if (!written) {
         result.refusal = libraryFailure("the writer refused the frame").what();
         fs::remove(path);

@@ -287,7 +287,7 @@ void saveOurs(const tag_pxImage *image, int32_t fileType, const std::string &tem
     }
     // A plain write only reads the pixels.
     tag_pxImage *source = encoded ? copy.get() : const_cast<tag_pxImage *>(image);
-    if (!pxImageWrite(utf16Path(tempPath).data(), encoded ? fileType : 0, source)) {
+    if (!pxImageWriteChecked(utf16Path(tempPath).data(), encoded ? fileType : 0, source)) {
         throw libraryFailure(path + ": cannot write");
     }
 }

@@ -389,23 +389,25 @@ const char16_t *PxImageContainer::effectiveDir(const char16_t *dir) const {
 // ---- Write and Read -------------------------------------------------------------------------------------
 
 // Writes one image with the encoding its compression class and the settings choose, falling back to the
-// plainer encodings; reports the failure of the last one. Compressing changes the image's pixels.
+// plainer encodings; reports the failure of the last one. Compressing changes the image's pixels. The
+// checked write counts a file that did not reach the disk as a failure and removes it, so the container
+// never reports true over truncated files.
 bool PxImageContainer::writeImage(const std::u16string &name, tag_pxImage *image, int compression) {
     const uint16_t *file = fileName(name);
     if (g_compressFLS && compression == CLASS_FLS) {
-        if (pxImageWrite(file, CSHORT, image) || pxImageWrite(file, SHORT12, image) ||
-            pxImageWrite(file, 0, image))
+        if (pxImageWriteChecked(file, CSHORT, image) || pxImageWriteChecked(file, SHORT12, image) ||
+            pxImageWriteChecked(file, 0, image))
             return true;
         PX_SEND_ERROR(MODULE, ERR_WRITE_FLS_FAILED, PxTextToUtf8(name.c_str()).c_str());
         return false;
     }
     if (!g_compressCLRandTXT) {
-        if (pxImageWrite(file, 0, image))
+        if (pxImageWriteChecked(file, 0, image))
             return true;
         PX_SEND_ERROR(MODULE, ERR_WRITE_PLAIN_FAILED, PxTextToUtf8(name.c_str()).c_str());
         return false;
     }
-    if (pxImageWrite(file, SHORT12, image) || pxImageWrite(file, 0, image))
+    if (pxImageWriteChecked(file, SHORT12, image) || pxImageWriteChecked(file, 0, image))
         return true;
     PX_SEND_ERROR(MODULE, ERR_WRITE_SHORT12_FAILED, PxTextToUtf8(name.c_str()).c_str());
     return false;

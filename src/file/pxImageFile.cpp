@@ -137,6 +137,68 @@ bool writeBody(FILE *file, int32_t type, int32_t transform, tag_pxImage *image) 
     return writePlanes(file, type, image, image);
 }
 
+const char *encodingName(int32_t type) {
+    return type == CBIT ? "CBIT" : type == CSHORT ? "CSHORT" : "SHORT12";
+}
+
+// The encoded layouts run to the end of the file, so they hold a single plane: the reader takes everything
+// after the header block as plane 0. Such an image is refused before the file is opened.
+bool checkWritable(int32_t type, const tag_pxImage *image) {
+    if (image == nullptr) {
+        PX_ERROR(MODULE, PX_ERR_INVALID_ARGUMENT, "Image is null");
+        return false;
+    }
+    const int32_t written = type != 0 ? type : image->type;
+    if ((written == CBIT || written == CSHORT || written == SHORT12) && image->planes > 1) {
+        PX_ERROR(MODULE, PX_ERR_INVALID_ARGUMENT, "%s encoding holds one plane only, the image has %d planes",
+                 encodingName(written), image->planes);
+        return false;
+    }
+    return true;
+}
+
+// Pushes the stream's buffer to the system and closes the file; both must succeed for the data to have
+// reached the disk. The file is closed in every case; the first failure is logged.
+bool flushAndClose(FILE *file) {
+    errno = 0;
+    const bool flushed = fflush(file) == 0;
+    if (!flushed)
+        PX_FILE_ERROR(MODULE);
+    errno = 0;
+    const bool closed = pxFileClose(file) != 0;
+    if (flushed && !closed)
+        PX_FILE_ERROR(MODULE);
+    return flushed && closed;
+}
+
+// Writes the file. The plain write ignores the result of closing it and leaves a partial file on failure;
+// the checked write also fails when flushing or closing fails, and then removes what it wrote (a regular
+// file only: a device such as /dev/full is never removed).
+uint32_t writeImage(const uint16_t *fileName, int32_t type, int32_t transform, tag_pxImage *image,
+                    bool checked) {
+    if (!checkWritable(type, image))
+        return 0;
+    errno = 0;
+    FILE *file = pxFileOpen(fileName, "wb");
+    if (file == nullptr) {
+        PX_FILE_ERROR(MODULE);
+        return 0;
+    }
+    bool ok = writeBody(file, type, transform, image);
+    if (checked && ok) {
+        ok = flushAndClose(file);
+    } else {
+        pxFileClose(file);
+    }
+    if (!ok) {
+        if (checked)
+            pxFileRemove(fileName);
+        PX_TRACE(MODULE);
+        return 0;
+    }
+    return 1;
+}
+
 } // namespace
 
 uint32_t pxImageRead(const uint16_t *fileName, int32_t type, int32_t border, tag_pxImage **image) {
@@ -185,21 +247,18 @@ uint32_t pxImageWrite(const uint16_t *fileName, int32_t type, tag_pxImage *image
 
 uint32_t pxImageWriteWithTransform(const uint16_t *fileName, int32_t type, int32_t transform,
                                    tag_pxImage *image) {
-    if (image == nullptr) {
-        PX_ERROR(MODULE, PX_ERR_INVALID_ARGUMENT, "Image is null");
-        return 0;
-    }
-    errno = 0;
-    FILE *file = pxFileOpen(fileName, "wb");
-    if (file == nullptr) {
-        PX_FILE_ERROR(MODULE);
-        return 0;
-    }
-    const bool ok = writeBody(file, type, transform, image);
-    pxFileClose(file);
-    if (!ok) {
+    return writeImage(fileName, type, transform, image, false);
+}
+
+uint32_t pxImageWriteChecked(const uint16_t *fileName, int32_t type, tag_pxImage *image) {
+    if (!pxImageWriteWithTransformChecked(fileName, type, 0, image)) {
         PX_TRACE(MODULE);
         return 0;
     }
     return 1;
+}
+
+uint32_t pxImageWriteWithTransformChecked(const uint16_t *fileName, int32_t type, int32_t transform,
+                                          tag_pxImage *image) {
+    return writeImage(fileName, type, transform, image, true);
 }

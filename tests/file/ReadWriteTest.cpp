@@ -150,19 +150,6 @@ TEST(ReadWrite, EncodedRoundTripsThroughEveryRoiMode) {
     pxImageDestruct(&shorts);
 }
 
-TEST(ReadWrite, MultiPlaneEncodedFilesDoNotReadBack) {
-    // Each plane's decoder takes the data to the end of the file, so plane 0 sees both planes' runs.
-    TempFile file("twoplanes");
-    tag_pxImage *image = patterned(UBYTE, 3, 2, 0, 2);
-    ASSERT_EQ(1u, pxImageWrite(file.name(), CBIT, image));
-    tag_pxImage *back = nullptr;
-    LogCapture log;
-    EXPECT_EQ(0u, pxImageRead(file.name(), 0, 0, &back));
-    EXPECT_TRUE(
-        log.has(5, 0xC43D0003u, "pxImageFileCodec", "Compressed data length do not match uncompressed"));
-    pxImageDestruct(&image);
-}
-
 TEST(ReadWrite, RoiMode2MovesTheOrigin) {
     TempFile file("roi2");
     tag_pxImage *image = patterned(UBYTE, 40, 30, 0, 1);

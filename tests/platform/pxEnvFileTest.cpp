@@ -106,6 +106,41 @@ TEST_F(PxEnvFile, CloseOfNullSucceeds) {
     EXPECT_EQ(1, pxFileClose(nullptr));
 }
 
+TEST_F(PxEnvFile, RemoveDeletesARegularFile) {
+    const std::u16string path = dir16() + u"\\gone.img";
+    std::ofstream(dir_ / "gone.img") << "x";
+    EXPECT_EQ(1, pxFileRemove(p16(path)));
+    EXPECT_FALSE(fs::exists(dir_ / "gone.img"));
+    errno = 0;
+    EXPECT_EQ(0, pxFileRemove(p16(path)));
+    EXPECT_EQ(ENOENT, errno);
+}
+
+TEST_F(PxEnvFile, RemoveLeavesEverythingButRegularFiles) {
+    fs::create_directory(dir_ / "sub");
+    std::ofstream(dir_ / "target.img") << "x";
+    fs::create_symlink(dir_ / "target.img", dir_ / "link.img");
+    for (const std::u16string &path :
+         {dir16() + u"/sub", dir16() + u"/link.img", std::u16string(u"/dev/full")}) {
+        errno = 0;
+        EXPECT_EQ(0, pxFileRemove(p16(path)));
+        EXPECT_EQ(EPERM, errno);
+    }
+    EXPECT_TRUE(fs::is_directory(dir_ / "sub"));
+    EXPECT_TRUE(fs::is_symlink(dir_ / "link.img"));
+    EXPECT_TRUE(fs::is_character_file("/dev/full"));
+}
+
+TEST_F(PxEnvFile, RemoveOfANullOrMalformedPathFails) {
+    errno = 0;
+    EXPECT_EQ(0, pxFileRemove(nullptr));
+    EXPECT_EQ(EINVAL, errno);
+    const std::u16string lonely = dir16() + u"/a" + char16_t(0xD834);
+    errno = 0;
+    EXPECT_EQ(0, pxFileRemove(p16(lonely)));
+    EXPECT_EQ(EINVAL, errno);
+}
+
 TEST_F(PxEnvFile, BytesOnDiskAreLittleEndian) {
     const std::u16string path = dir16() + u"/order.bin";
     FILE *out = pxFileOpen(p16(path), "wb");
