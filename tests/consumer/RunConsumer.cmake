@@ -1,5 +1,7 @@
-# Installs the built project into a scratch prefix, then builds and runs a consumer against it twice:
-# once through find_package(pxImage) and once through pkg-config.
+# Installs the built project into a scratch prefix, then builds the consumer program (the one the README
+# shows) against it twice, once through find_package(pxImage) and once through pkg-config, and runs each on
+# an image file of the test data: it must write the smoothed FLOAT image (512-byte header block, then 4
+# bytes per pixel).
 file(REMOVE_RECURSE ${WORK_DIR})
 set(prefix ${WORK_DIR}/prefix)
 macro(run)
@@ -11,12 +13,20 @@ endmacro()
 run(${CMAKE_COMMAND} --install ${BUILD_DIR} --prefix ${prefix})
 run(${CMAKE_COMMAND} -S ${CONSUMER_DIR} -B ${WORK_DIR}/build -DCMAKE_PREFIX_PATH=${prefix})
 run(${CMAKE_COMMAND} --build ${WORK_DIR}/build)
-run(${CMAKE_COMMAND} -E env LD_LIBRARY_PATH=${prefix}/lib ${WORK_DIR}/build/consumer)
+function(check_output file)
+  file(SIZE ${file} size)
+  if(NOT size EQUAL ${EXPECTED_SIZE})
+    message(FATAL_ERROR "${file}: ${size} bytes, expected ${EXPECTED_SIZE}")
+  endif()
+endfunction()
+run(${CMAKE_COMMAND} -E env LD_LIBRARY_PATH=${prefix}/lib ${WORK_DIR}/build/consumer ${INPUT} ${WORK_DIR}/out-cmake.pxi)
+check_output(${WORK_DIR}/out-cmake.pxi)
 file(GLOB_RECURSE pcfile ${prefix}/*/pxImage.pc)
 get_filename_component(pcdir ${pcfile} DIRECTORY)
 run(${CMAKE_COMMAND} -E env PKG_CONFIG_PATH=${pcdir} pkg-config --cflags --libs pxImage)
 separate_arguments(flags UNIX_COMMAND "${out}")
 run(cc ${CONSUMER_DIR}/consumer.c ${flags} -o ${WORK_DIR}/consumer-pc)
 get_filename_component(libdir ${pcdir} DIRECTORY)
-run(${CMAKE_COMMAND} -E env LD_LIBRARY_PATH=${libdir} ${WORK_DIR}/consumer-pc)
+run(${CMAKE_COMMAND} -E env LD_LIBRARY_PATH=${libdir} ${WORK_DIR}/consumer-pc ${INPUT} ${WORK_DIR}/out-pc.pxi)
+check_output(${WORK_DIR}/out-pc.pxi)
 message(STATUS "consumer built and ran through find_package and pkg-config")
