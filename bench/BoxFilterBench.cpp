@@ -9,12 +9,13 @@
 #include <benchmark/benchmark.h>
 #include <opencv2/imgproc.hpp>
 
+#include "BenchSupport.h"
 #include "pxImage.h"
 
 namespace {
 
 int benchSize() {
-    return std::getenv("PXIMAGE_BENCH_SMOKE") ? 256 : 2048;
+    return pxbench::smoke() ? 256 : 2048;
 }
 
 int cvDepth(int32_t type) {
@@ -65,9 +66,9 @@ void report(benchmark::State &state, const BenchImage &image) {
     state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) * static_cast<int64_t>(image.bytes()));
 }
 
-void BM_Memcpy(benchmark::State &state) {
-    BenchImage src(static_cast<int32_t>(state.range(0)), false);
-    BenchImage dst(static_cast<int32_t>(state.range(0)), false);
+void BM_Memcpy(benchmark::State &state, int32_t type) {
+    BenchImage src(type, false);
+    BenchImage dst(type, false);
     for (auto _ : state) {
         std::memcpy(dst.get()->pixMap[0][0], src.get()->pixMap[0][0], src.bytes());
         benchmark::ClobberMemory();
@@ -176,16 +177,27 @@ void sumArgs(benchmark::internal::Benchmark *b) {
             b->Args({type, n});
 }
 
-BENCHMARK(BM_Memcpy)->Arg(UBYTE)->Arg(SHORT)->Arg(FLOAT)->Unit(benchmark::kMillisecond);
-BENCHMARK(BM_PxBoxSums)->Apply(sumArgs)->Unit(benchmark::kMillisecond);
-BENCHMARK(BM_CvBoxFilter)->Apply(sumArgs)->Unit(benchmark::kMillisecond);
-BENCHMARK(BM_PxBoxAverage)->Arg(3)->Arg(15)->Arg(63)->Unit(benchmark::kMillisecond);
-BENCHMARK(BM_CvBlur)->Arg(3)->Arg(15)->Arg(63)->Unit(benchmark::kMillisecond);
-BENCHMARK(BM_PxDilate)->Arg(1)->Arg(7)->Unit(benchmark::kMillisecond);
-BENCHMARK(BM_CvDilate)->Arg(1)->Arg(7)->Unit(benchmark::kMillisecond);
-BENCHMARK(BM_PxErode)->Arg(1)->Arg(7)->Unit(benchmark::kMillisecond);
-BENCHMARK(BM_CvErode)->Arg(1)->Arg(7)->Unit(benchmark::kMillisecond);
-BENCHMARK(BM_PxBoxMin)->Arg(3)->Arg(9)->Unit(benchmark::kMillisecond);
-BENCHMARK(BM_CvErodeFloat)->Arg(3)->Arg(9)->Unit(benchmark::kMillisecond);
+// Pairs by case: box sums beside cv::boxFilter (type, window), the average beside cv::blur (window),
+// morphology beside dilate and erode (radius), the windowed minimum beside the float erode (window). The
+// memcpy row copies the FLOAT frame (UBYTE and SHORT rows move a quarter and half of its bytes).
+void ms(benchmark::internal::Benchmark *b) {
+    b->Unit(benchmark::kMillisecond);
+}
+
+const bool kRegistered = [] {
+    using namespace pxbench;
+    memcpyRow("box", "", [](benchmark::State &s) { BM_Memcpy(s, FLOAT); })->Apply(ms);
+    ours("box", "BoxSums", BM_PxBoxSums)->Apply(sumArgs)->Apply(ms);
+    forEach(openCv("box", "BoxSums", BM_CvBoxFilter), [](auto *b) { b->Apply(sumArgs)->Apply(ms); });
+    ours("box", "BoxAverage", BM_PxBoxAverage)->Arg(3)->Arg(15)->Arg(63)->Apply(ms);
+    forEach(openCv("box", "BoxAverage", BM_CvBlur), [](auto *b) { b->Arg(3)->Arg(15)->Arg(63)->Apply(ms); });
+    ours("box", "Dilate", BM_PxDilate)->Arg(1)->Arg(7)->Apply(ms);
+    forEach(openCv("box", "Dilate", BM_CvDilate), [](auto *b) { b->Arg(1)->Arg(7)->Apply(ms); });
+    ours("box", "Erode", BM_PxErode)->Arg(1)->Arg(7)->Apply(ms);
+    forEach(openCv("box", "Erode", BM_CvErode), [](auto *b) { b->Arg(1)->Arg(7)->Apply(ms); });
+    ours("box", "BoxMin", BM_PxBoxMin)->Arg(3)->Arg(9)->Apply(ms);
+    forEach(openCv("box", "BoxMin", BM_CvErodeFloat), [](auto *b) { b->Arg(3)->Arg(9)->Apply(ms); });
+    return true;
+}();
 
 } // namespace

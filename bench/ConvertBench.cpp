@@ -7,13 +7,14 @@
 #include <benchmark/benchmark.h>
 #include <opencv2/core.hpp>
 
+#include "BenchSupport.h"
 #include "image/pxImageInternal.h"
 
 namespace {
 
 // Image side: 2048, or 256 for a smoke run.
 int side() {
-    return std::getenv("PXIMAGE_BENCH_SMOKE") != nullptr ? 256 : 2048;
+    return pxbench::smoke() ? 256 : 2048;
 }
 
 // The range factor of the SHORT <-> FLOAT transform.
@@ -91,7 +92,7 @@ void oursTransform(benchmark::State &state, Pair pair) {
 }
 
 // OpenCV's convertTo into the same target pixels, with a scale factor alpha.
-void openCv(benchmark::State &state, Pair pair, double alpha) {
+void openCvConvert(benchmark::State &state, Pair pair, double alpha) {
     BenchImage src(pair.srcType, pair.srcCv), dst(pair.dstType, pair.dstCv);
     fillSource(src);
     for (auto _ : state) {
@@ -117,31 +118,37 @@ void memcpyBytes(benchmark::State &state, Pair pair) {
 
 } // namespace
 
-BENCHMARK_CAPTURE(oursRows, ShortToFloat, kShortToFloat);
-BENCHMARK_CAPTURE(openCv, ShortToFloat, kShortToFloat, 1.0);
-BENCHMARK_CAPTURE(memcpyBytes, ShortToFloat, kShortToFloat);
+const bool kRegistered = [] {
+    using namespace pxbench;
+    ours("convert", "ShortToFloat", [](benchmark::State &s) { oursRows(s, kShortToFloat); });
+    openCv("convert", "ShortToFloat", [](benchmark::State &s) { openCvConvert(s, kShortToFloat, 1.0); });
+    memcpyRow("convert", "ShortToFloat", [](benchmark::State &s) { memcpyBytes(s, kShortToFloat); });
 
-BENCHMARK_CAPTURE(oursRows, FloatToShort, kFloatToShort);
-BENCHMARK_CAPTURE(openCv, FloatToShort, kFloatToShort, 1.0);
-BENCHMARK_CAPTURE(memcpyBytes, FloatToShort, kFloatToShort);
+    ours("convert", "FloatToShort", [](benchmark::State &s) { oursRows(s, kFloatToShort); });
+    openCv("convert", "FloatToShort", [](benchmark::State &s) { openCvConvert(s, kFloatToShort, 1.0); });
+    memcpyRow("convert", "FloatToShort", [](benchmark::State &s) { memcpyBytes(s, kFloatToShort); });
 
-BENCHMARK_CAPTURE(oursTransform, FloatToShortTransform, kFloatToShort);
-BENCHMARK_CAPTURE(openCv, FloatToShortTransform, kFloatToShort, kScale);
-BENCHMARK_CAPTURE(oursTransform, ShortToFloatTransform, kShortToFloat);
-BENCHMARK_CAPTURE(openCv, ShortToFloatTransform, kShortToFloat, 1.0 / kScale);
+    ours("convert", "FloatToShortTransform", [](benchmark::State &s) { oursTransform(s, kFloatToShort); });
+    openCv("convert", "FloatToShortTransform",
+           [](benchmark::State &s) { openCvConvert(s, kFloatToShort, kScale); });
+    ours("convert", "ShortToFloatTransform", [](benchmark::State &s) { oursTransform(s, kShortToFloat); });
+    openCv("convert", "ShortToFloatTransform",
+           [](benchmark::State &s) { openCvConvert(s, kShortToFloat, 1.0 / kScale); });
 
-BENCHMARK_CAPTURE(oursRows, UbyteToFloat, kUbyteToFloat);
-BENCHMARK_CAPTURE(openCv, UbyteToFloat, kUbyteToFloat, 1.0);
-BENCHMARK_CAPTURE(memcpyBytes, UbyteToFloat, kUbyteToFloat);
+    ours("convert", "UbyteToFloat", [](benchmark::State &s) { oursRows(s, kUbyteToFloat); });
+    openCv("convert", "UbyteToFloat", [](benchmark::State &s) { openCvConvert(s, kUbyteToFloat, 1.0); });
+    memcpyRow("convert", "UbyteToFloat", [](benchmark::State &s) { memcpyBytes(s, kUbyteToFloat); });
 
-BENCHMARK_CAPTURE(oursRows, FloatToUbyte, kFloatToUbyte);
-BENCHMARK_CAPTURE(openCv, FloatToUbyte, kFloatToUbyte, 1.0);
-BENCHMARK_CAPTURE(oursRows, FloatToInt, kFloatToInt);
-BENCHMARK_CAPTURE(openCv, FloatToInt, kFloatToInt, 1.0);
+    ours("convert", "FloatToUbyte", [](benchmark::State &s) { oursRows(s, kFloatToUbyte); });
+    openCv("convert", "FloatToUbyte", [](benchmark::State &s) { openCvConvert(s, kFloatToUbyte, 1.0); });
+    ours("convert", "FloatToInt", [](benchmark::State &s) { oursRows(s, kFloatToInt); });
+    openCv("convert", "FloatToInt", [](benchmark::State &s) { openCvConvert(s, kFloatToInt, 1.0); });
 
-BENCHMARK_CAPTURE(oursRows, DoubleToInt, kDoubleToInt);
-BENCHMARK_CAPTURE(openCv, DoubleToInt, kDoubleToInt, 1.0);
-BENCHMARK_CAPTURE(oursRows, DoubleToShort, kDoubleToShort);
-BENCHMARK_CAPTURE(openCv, DoubleToShort, kDoubleToShort, 1.0);
-BENCHMARK_CAPTURE(oursRows, DoubleToUbyte, kDoubleToUbyte);
-BENCHMARK_CAPTURE(openCv, DoubleToUbyte, kDoubleToUbyte, 1.0);
+    ours("convert", "DoubleToInt", [](benchmark::State &s) { oursRows(s, kDoubleToInt); });
+    openCv("convert", "DoubleToInt", [](benchmark::State &s) { openCvConvert(s, kDoubleToInt, 1.0); });
+    ours("convert", "DoubleToShort", [](benchmark::State &s) { oursRows(s, kDoubleToShort); });
+    openCv("convert", "DoubleToShort", [](benchmark::State &s) { openCvConvert(s, kDoubleToShort, 1.0); });
+    ours("convert", "DoubleToUbyte", [](benchmark::State &s) { oursRows(s, kDoubleToUbyte); });
+    openCv("convert", "DoubleToUbyte", [](benchmark::State &s) { openCvConvert(s, kDoubleToUbyte, 1.0); });
+    return true;
+}();

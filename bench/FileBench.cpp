@@ -18,13 +18,14 @@
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
 
+#include "BenchSupport.h"
 #include "file/pxImageFileInternal.h"
 
 namespace {
 
 // Image side: 2048, or 256 for a smoke run.
 int frameSide() {
-    return std::getenv("PXIMAGE_BENCH_SMOKE") != nullptr ? 256 : 2048;
+    return pxbench::smoke() ? 256 : 2048;
 }
 
 // Files live in the page cache: /dev/shm when there is one, else /tmp.
@@ -212,20 +213,37 @@ void cshortCompress(benchmark::State &state) {
     report(state, source.bytes(), 512.0 + 2.0 * count);
 }
 
-} // namespace
+// Pairs by case: our plain SHORT write and read beside OpenCV's uncompressed TIFF of the same 16-bit frame;
+// PNG rows (OpenCV only) and the encodings (ours only) stand alone. memcpy copies the 16-bit frame's bytes
+// (the FLOAT image's for the FLOAT rows).
+void ms(benchmark::internal::Benchmark *b) {
+    b->Unit(benchmark::kMillisecond);
+}
 
-BENCHMARK_CAPTURE(memcpyBytes, Short, SHORT)->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(oursWrite, Short, SHORT, 0)->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(oursWrite, Cshort, SHORT, CSHORT)->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(oursWrite, Short12, SHORT, SHORT12)->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(openCvWrite, TiffUncompressed, ".tif")->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(openCvWrite, Png, ".png")->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(oursRead, Short, SHORT, 0)->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(oursRead, Cshort, SHORT, CSHORT)->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(oursRead, Short12, SHORT, SHORT12)->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(openCvRead, TiffUncompressed, ".tif")->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(openCvRead, Png, ".png")->Unit(benchmark::kMillisecond);
-BENCHMARK(cshortCompress)->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(memcpyBytes, Float, FLOAT)->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(oursWrite, Float, FLOAT, 0)->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(oursRead, Float, FLOAT, 0)->Unit(benchmark::kMillisecond);
+const bool kRegistered = [] {
+    using namespace pxbench;
+    memcpyRow("file", "", [](benchmark::State &s) { memcpyBytes(s, SHORT); })->Apply(ms);
+    memcpyRow("file", "WriteFloat", [](benchmark::State &s) { memcpyBytes(s, FLOAT); })->Apply(ms);
+    memcpyRow("file", "ReadFloat", [](benchmark::State &s) { memcpyBytes(s, FLOAT); })->Apply(ms);
+    const struct {
+        const char *name;
+        int32_t imageType, fileType;
+    } encodings[] = {
+        {"Short", SHORT, 0}, {"Cshort", SHORT, CSHORT}, {"Short12", SHORT, SHORT12}, {"Float", FLOAT, 0}};
+    for (const auto &e : encodings) {
+        ours("file", std::string("Write") + e.name, [e](benchmark::State &s) {
+            oursWrite(s, e.imageType, e.fileType);
+        })->Apply(ms);
+        ours("file", std::string("Read") + e.name, [e](benchmark::State &s) {
+            oursRead(s, e.imageType, e.fileType);
+        })->Apply(ms);
+    }
+    ours("file", "CompressCshort", cshortCompress)->Apply(ms);
+    forEach(openCv("file", "WriteShort", [](benchmark::State &s) { openCvWrite(s, ".tif"); }), ms);
+    forEach(openCv("file", "ReadShort", [](benchmark::State &s) { openCvRead(s, ".tif"); }), ms);
+    forEach(openCv("file", "WritePng", [](benchmark::State &s) { openCvWrite(s, ".png"); }), ms);
+    forEach(openCv("file", "ReadPng", [](benchmark::State &s) { openCvRead(s, ".png"); }), ms);
+    return true;
+}();
+
+} // namespace

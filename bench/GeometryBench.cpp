@@ -8,6 +8,7 @@
 #include <opencv2/core.hpp>
 #include <opencv2/imgproc.hpp>
 
+#include "BenchSupport.h"
 #include "pxImage.h"
 
 namespace {
@@ -46,14 +47,9 @@ void BM_pxImageReduce(benchmark::State &state) {
         benchmark::ClobberMemory();
     }
 }
-BENCHMARK(BM_pxImageReduce)->Unit(benchmark::kMillisecond);
 
-// threads 1: cv::setNumThreads(1); threads 0: OpenCV's default.
 void BM_cvPyrDown(benchmark::State &state) {
     const int size = benchSize();
-    const int before = cv::getNumThreads();
-    if (state.range(0) == 1)
-        cv::setNumThreads(1);
     BenchImage source(size, size);
     const cv::Mat in(size, size, CV_32F, source.get()->pixMap[0][0]);
     cv::Mat out;
@@ -62,24 +58,20 @@ void BM_cvPyrDown(benchmark::State &state) {
         benchmark::DoNotOptimize(out.data);
         benchmark::ClobberMemory();
     }
-    cv::setNumThreads(before);
-    state.counters["threads"] = double(state.range(0) == 1 ? 1 : before);
 }
-BENCHMARK(BM_cvPyrDown)->ArgName("oneThread")->Arg(1)->Arg(0)->Unit(benchmark::kMillisecond);
 
 // A size x size cut at (16, 16) of a larger image, same type; and the cut into SHORT with the transform.
-void BM_pxImageCut(benchmark::State &state) {
+void BM_pxImageCut(benchmark::State &state, bool toShort) {
     const int size = benchSize();
     BenchImage source(size + 32, size + 32);
     tag_pxImage *target = nullptr;
-    pxImageConstruct(state.range(0) ? SHORT : FLOAT, size, size, 0, 1, &target);
+    pxImageConstruct(toShort ? SHORT : FLOAT, size, size, 0, 1, &target);
     for (auto _ : state) {
         benchmark::DoNotOptimize(pxImageCutWithTransform(source.get(), 16, 16, 1, target));
         benchmark::ClobberMemory();
     }
     pxImageDestruct(&target);
 }
-BENCHMARK(BM_pxImageCut)->ArgName("toShort")->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);
 
 void BM_memcpyCutBytes(benchmark::State &state) {
     const size_t bytes = sizeof(float) * size_t(benchSize()) * size_t(benchSize());
@@ -90,6 +82,20 @@ void BM_memcpyCutBytes(benchmark::State &state) {
         benchmark::ClobberMemory();
     }
 }
-BENCHMARK(BM_memcpyCutBytes)->Unit(benchmark::kMillisecond);
+
+// Pairs by case: the reduction beside pyrDown; the cuts stand alone. memcpy copies the FLOAT frame.
+void ms(benchmark::internal::Benchmark *b) {
+    b->Unit(benchmark::kMillisecond);
+}
+
+const bool kRegistered = [] {
+    using namespace pxbench;
+    ours("geometry", "Reduce", BM_pxImageReduce)->Apply(ms);
+    forEach(openCv("geometry", "Reduce", BM_cvPyrDown), ms);
+    ours("geometry", "Cut", [](benchmark::State &s) { BM_pxImageCut(s, false); })->Apply(ms);
+    ours("geometry", "CutToShort", [](benchmark::State &s) { BM_pxImageCut(s, true); })->Apply(ms);
+    memcpyRow("geometry", "", BM_memcpyCutBytes)->Apply(ms);
+    return true;
+}();
 
 } // namespace

@@ -3,11 +3,14 @@
 // copyMakeBorder copies the whole image into a larger one; memcpy is the cost of touching every pixel once.
 #include <cstdlib>
 #include <cstring>
+#include <string>
+#include <utility>
 #include <vector>
 
 #include <benchmark/benchmark.h>
 #include <opencv2/core.hpp>
 
+#include "BenchSupport.h"
 #include "pxImage.h"
 
 namespace {
@@ -41,8 +44,7 @@ struct BenchImage {
     }
 };
 
-void BM_pxImageReflect(benchmark::State &state) {
-    const int mode = static_cast<int>(state.range(0));
+void BM_pxImageReflect(benchmark::State &state, int mode) {
     BenchImage img(benchSize());
     if (img.image == nullptr) {
         state.SkipWithError("image construction failed");
@@ -53,11 +55,9 @@ void BM_pxImageReflect(benchmark::State &state) {
         benchmark::ClobberMemory();
     }
 }
-BENCHMARK(BM_pxImageReflect)->ArgName("mode")->DenseRange(1, 6);
 
 // Border types of copyMakeBorder that fill as modes 1 (mirror), 3 (replicate), 5 (zero) and 6 (wrap) do.
-void BM_cvCopyMakeBorder(benchmark::State &state) {
-    const int cvBorder = static_cast<int>(state.range(0));
+void BM_cvCopyMakeBorder(benchmark::State &state, int cvBorder) {
     BenchImage img(benchSize());
     if (img.image == nullptr) {
         state.SkipWithError("image construction failed");
@@ -71,12 +71,6 @@ void BM_cvCopyMakeBorder(benchmark::State &state) {
         benchmark::ClobberMemory();
     }
 }
-BENCHMARK(BM_cvCopyMakeBorder)
-    ->ArgName("cvBorder")
-    ->Arg(cv::BORDER_REFLECT_101)
-    ->Arg(cv::BORDER_REPLICATE)
-    ->Arg(cv::BORDER_CONSTANT)
-    ->Arg(cv::BORDER_WRAP);
 
 void BM_memcpyImage(benchmark::State &state) {
     const size_t bytes = sizeof(float) * static_cast<size_t>(benchSize()) * static_cast<size_t>(benchSize());
@@ -88,6 +82,23 @@ void BM_memcpyImage(benchmark::State &state) {
     }
     state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) * static_cast<int64_t>(bytes));
 }
-BENCHMARK(BM_memcpyImage);
+
+// Pairs by case: modes 1 (mirror), 3 (replicate), 5 (zero) and 6 (wrap) beside the border types of
+// copyMakeBorder that fill alike; modes 2 and 4 stand alone. memcpy copies the image's pixels.
+const bool kRegistered = [] {
+    using namespace pxbench;
+    for (int mode = 1; mode <= 6; ++mode)
+        ours("reflect", "Mode" + std::to_string(mode),
+             [mode](benchmark::State &s) { BM_pxImageReflect(s, mode); });
+    const std::pair<int, int> borders[] = {{1, cv::BORDER_REFLECT_101},
+                                           {3, cv::BORDER_REPLICATE},
+                                           {5, cv::BORDER_CONSTANT},
+                                           {6, cv::BORDER_WRAP}};
+    for (const auto &[mode, border] : borders)
+        openCv("reflect", "Mode" + std::to_string(mode),
+               [border = border](benchmark::State &s) { BM_cvCopyMakeBorder(s, border); });
+    memcpyRow("reflect", "", BM_memcpyImage);
+    return true;
+}();
 
 } // namespace

@@ -1,0 +1,68 @@
+// Registration of the benchmark rows under their conventional names, and OpenCV's thread count per row.
+#include "BenchSupport.h"
+
+#include <cstdlib>
+
+#include <opencv2/core.hpp>
+
+namespace pxbench {
+
+namespace {
+
+// OpenCV's thread count while a row runs: one, or OpenCV's default (restored to one afterwards, so that a
+// row registered without this wrapper also sees one thread).
+class OpenCvThreads {
+  public:
+    explicit OpenCvThreads(bool defaultThreads) { cv::setNumThreads(defaultThreads ? -1 : 1); }
+    ~OpenCvThreads() { cv::setNumThreads(1); }
+    OpenCvThreads(const OpenCvThreads &) = delete;
+    OpenCvThreads &operator=(const OpenCvThreads &) = delete;
+};
+
+// One OpenCV thread from the start of the program, whatever the row.
+const bool kOneThread = [] {
+    cv::setNumThreads(1);
+    return true;
+}();
+
+benchmark::internal::Benchmark *row(const std::string &name, Body body) {
+    return benchmark::RegisterBenchmark(name.c_str(), [body](benchmark::State &state) { body(state); });
+}
+
+benchmark::internal::Benchmark *openCvRow(const std::string &name, Body body, bool defaultThreads) {
+    return benchmark::RegisterBenchmark(name.c_str(), [body, defaultThreads](benchmark::State &state) {
+        OpenCvThreads threads(defaultThreads);
+        body(state);
+        state.counters["cvThreads"] = cv::getNumThreads();
+    });
+}
+
+} // namespace
+
+benchmark::internal::Benchmark *ours(const std::string &family, const std::string &name, Body body) {
+    return row(family + "/ours/" + name, std::move(body));
+}
+
+benchmark::internal::Benchmark *memcpyRow(const std::string &family, const std::string &name, Body body) {
+    return row(family + "/memcpy" + (name.empty() ? "" : "/" + name), std::move(body));
+}
+
+std::vector<benchmark::internal::Benchmark *> openCv(const std::string &family, const std::string &name,
+                                                     Body body) {
+    std::vector<benchmark::internal::Benchmark *> rows{openCvRow(family + "/opencv1/" + name, body, false)};
+    if (std::getenv("PXIMAGE_BENCH_OPENCV_DEFAULT"))
+        rows.push_back(openCvRow(family + "/opencvN/" + name, body, true));
+    return rows;
+}
+
+void forEach(const std::vector<benchmark::internal::Benchmark *> &rows,
+             const std::function<void(benchmark::internal::Benchmark *)> &apply) {
+    for (benchmark::internal::Benchmark *r : rows)
+        apply(r);
+}
+
+bool smoke() {
+    return std::getenv("PXIMAGE_BENCH_SMOKE") != nullptr;
+}
+
+} // namespace pxbench
