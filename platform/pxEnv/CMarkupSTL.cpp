@@ -5,8 +5,12 @@
 
 #include <pugixml.hpp>
 
-#include <sstream>
+#include <cstring>
 #include <string>
+
+// Parsing keeps white-space-only text when it is the whole content of an element ("<a> </a>"), and drops it
+// between elements (indentation).
+constexpr unsigned int PARSE_OPTIONS = pugi::parse_default | pugi::parse_ws_pcdata_single;
 
 struct CMarkupSTL::Impl {
     pugi::xml_document doc;
@@ -49,11 +53,100 @@ bool isXmlName(const std::u16string &name) {
     return true;
 }
 
-// The document as UTF-8 text, without declaration and without added white space.
+// How a piece of text is written into the document text.
+enum class Escape {
+    Text,       // element text
+    WhiteSpace, // white-space-only element text beside other content of its element
+    Attribute,  // attribute value
+};
+
+// True when a character must be written as a character reference for a parser to give it back unchanged:
+// a parser reads a carriage return (with a line feed after it or not) as a line feed, reads tabs and line
+// breaks in attribute values as spaces, and drops white-space-only text beside other content of an element
+// (indentation). Other control characters are written as references for readability.
+bool needsReference(unsigned char c, Escape escape) {
+    if (c == '\t' || c == '\n')
+        return escape != Escape::Text;
+    if (c == ' ')
+        return escape == Escape::WhiteSpace;
+    return c < 0x20;
+}
+
+void appendEscaped(std::string &out, const char *text, Escape escape) {
+    for (const char *p = text; *p != '\0'; ++p) {
+        const unsigned char c = static_cast<unsigned char>(*p);
+        if (c == '&')
+            out += "&amp;";
+        else if (c == '<')
+            out += "&lt;";
+        else if (c == '>')
+            out += "&gt;";
+        else if (c == '"' && escape == Escape::Attribute)
+            out += "&quot;";
+        else if (needsReference(c, escape))
+            out += "&#" + std::to_string(c) + ';';
+        else
+            out += *p;
+    }
+}
+
+bool isWhiteSpaceOnly(const char *text) {
+    return *text != '\0' && text[std::strspn(text, " \t\n\r")] == '\0';
+}
+
+// Element text (its white space escaped when the parser would drop it) or a CDATA section; the parse
+// options keep no other kind of content. A parsed CDATA section holds neither "]]>" nor a carriage return.
+void appendContent(std::string &out, const pugi::xml_node &node) {
+    if (node.type() == pugi::node_cdata) {
+        out += "<![CDATA[";
+        out += node.value();
+        out += "]]>";
+    } else if (node.type() == pugi::node_pcdata) {
+        const bool alone = !node.previous_sibling() && !node.next_sibling();
+        appendEscaped(out, node.value(),
+                      isWhiteSpaceOnly(node.value()) && !alone ? Escape::WhiteSpace : Escape::Text);
+    }
+}
+
+// "<name" and the attributes; the caller closes the tag.
+void appendStartTag(std::string &out, const pugi::xml_node &element) {
+    out += '<';
+    out += element.name();
+    for (const pugi::xml_attribute &attribute : element.attributes()) {
+        out += ' ';
+        out += attribute.name();
+        out += "=\"";
+        appendEscaped(out, attribute.value(), Escape::Attribute);
+        out += '"';
+    }
+}
+
+// The document as UTF-8 text, without declaration and without added white space, escaped so that parsing
+// it gives back every text and attribute value unchanged. Walks the tree without recursion, so that the
+// depth of a document is bounded by memory only, as in the parser.
 std::string serialise(const pugi::xml_document &doc) {
-    std::ostringstream text;
-    doc.save(text, "", pugi::format_raw | pugi::format_no_declaration, pugi::encoding_utf8);
-    return text.str();
+    std::string out;
+    pugi::xml_node node = doc.first_child();
+    while (node) {
+        if (node.type() == pugi::node_element) {
+            appendStartTag(out, node);
+            if (node.first_child()) {
+                out += '>';
+                node = node.first_child();
+                continue;
+            }
+            out += "/>";
+        } else {
+            appendContent(out, node);
+        }
+        for (; !node.next_sibling() && node.parent() != doc; node = node.parent()) {
+            out += "</";
+            out += node.parent().name();
+            out += '>';
+        }
+        node = node.next_sibling();
+    }
+    return out;
 }
 
 // True when a parsed document has exactly one top-level element and all its text is valid UTF-8 (a
@@ -84,7 +177,7 @@ bool CMarkupSTL::SetDoc(const std::u16string &doc) {
     if (!toUtf8(doc, utf8))
         return false;
     pugi::xml_document parsed;
-    if (!parsed.load_buffer(utf8.data(), utf8.size(), pugi::parse_default, pugi::encoding_utf8) ||
+    if (!parsed.load_buffer(utf8.data(), utf8.size(), PARSE_OPTIONS, pugi::encoding_utf8) ||
         !isWellFormed(parsed))
         return false;
     impl_->doc.reset(parsed);

@@ -50,6 +50,79 @@ TEST(MarkupDocument, SpecialCharactersSurviveARoundTrip) {
     EXPECT_EQ(u"a < b & \"c\"", back.GetData());
 }
 
+// Element text goes through the document text unchanged, whatever characters it holds.
+void expectTextRoundTrip(const std::u16string &data) {
+    CMarkupSTL xml;
+    ASSERT_TRUE(xml.AddElem(u"e", data));
+    CMarkupSTL back;
+    ASSERT_TRUE(back.SetDoc(xml.GetDoc()));
+    ASSERT_TRUE(back.FindElem(u"e"));
+    EXPECT_EQ(data, back.GetData());
+    EXPECT_EQ(xml.GetDoc(), back.GetDoc());
+}
+
+TEST(MarkupDocument, CarriageReturnsInTextAreWrittenAsReferences) {
+    CMarkupSTL xml;
+    ASSERT_TRUE(xml.AddElem(u"e", u"a\rb\r\nc\r"));
+    EXPECT_EQ(u"<e>a&#13;b&#13;\nc&#13;</e>", xml.GetDoc());
+    expectTextRoundTrip(u"a\rb\r\nc\r");
+    expectTextRoundTrip(u"\r\n");
+}
+
+TEST(MarkupDocument, WhiteSpaceOnlyTextSurvivesARoundTrip) {
+    for (const char16_t *data : {u" ", u"  ", u"\t", u"\n", u"\r", u" \r\n\t "})
+        expectTextRoundTrip(data);
+    CMarkupSTL xml;
+    ASSERT_TRUE(xml.AddElem(u"e", u"  "));
+    EXPECT_EQ(u"<e>  </e>", xml.GetDoc());
+}
+
+TEST(MarkupDocument, EveryCharacterOfTextSurvivesARoundTrip) {
+    std::u16string data;
+    for (char16_t c = 1; c < 0x80; ++c)
+        data += c;
+    data += u"\u00E4\u2713\U0001D11E\uFFFD\uFFFF";
+    expectTextRoundTrip(data);
+    expectTextRoundTrip(u" leading and trailing ");
+}
+
+TEST(MarkupDocument, WhiteSpaceTextBesideChildElementsSurvivesARoundTrip) {
+    CMarkupSTL xml;
+    ASSERT_TRUE(xml.AddElem(u"r", u" \n "));
+    ASSERT_TRUE(xml.IntoElem());
+    ASSERT_TRUE(xml.AddElem(u"c", u"\t"));
+    CMarkupSTL back;
+    ASSERT_TRUE(back.SetDoc(xml.GetDoc()));
+    ASSERT_TRUE(back.FindElem(u"r"));
+    EXPECT_EQ(u" \n ", back.GetData());
+    ASSERT_TRUE(back.IntoElem());
+    ASSERT_TRUE(back.FindElem(u"c"));
+    EXPECT_EQ(u"\t", back.GetData());
+}
+
+TEST(MarkupDocument, IndentationBetweenElementsIsNotText) {
+    CMarkupSTL xml;
+    ASSERT_TRUE(xml.SetDoc(u"\n<r>\n  <a> </a>\n  <b>\r\n</b>\n  <c>&#32;<d/></c>\n</r>\n"));
+    EXPECT_EQ(u"<r><a> </a><b>\n</b><c>&#32;<d/></c></r>", xml.GetDoc());
+    ASSERT_TRUE(xml.FindElem(u"r"));
+    EXPECT_EQ(u"", xml.GetData());
+    ASSERT_TRUE(xml.IntoElem());
+    ASSERT_TRUE(xml.FindElem(u"a"));
+    EXPECT_EQ(u" ", xml.GetData());
+    ASSERT_TRUE(xml.FindElem(u"b"));
+    EXPECT_EQ(u"\n", xml.GetData()) << "a line break in the document text is read as a line feed";
+    ASSERT_TRUE(xml.FindElem(u"c"));
+    EXPECT_EQ(u" ", xml.GetData());
+}
+
+TEST(MarkupDocument, CDataSectionsAreKept) {
+    CMarkupSTL xml;
+    ASSERT_TRUE(xml.SetDoc(u"<r>x<![CDATA[ <&> ]]></r>"));
+    EXPECT_EQ(u"<r>x<![CDATA[ <&> ]]></r>", xml.GetDoc());
+    ASSERT_TRUE(xml.FindElem(u"r"));
+    EXPECT_EQ(u"x", xml.GetData());
+}
+
 TEST(MarkupDocument, MalformedDocumentChangesNothing) {
     CMarkupSTL xml;
     ASSERT_TRUE(xml.SetDoc(u"<root a=\"1\"><child b=\"2\"/></root>"));
