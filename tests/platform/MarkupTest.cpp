@@ -123,6 +123,19 @@ TEST(MarkupDocument, CDataSectionsAreKept) {
     EXPECT_EQ(u"x", xml.GetData());
 }
 
+TEST(MarkupDocument, DeepDocumentsAreWrittenWithoutRecursion) {
+    const int depth = 200000;
+    std::u16string text;
+    for (int i = 0; i < depth; ++i)
+        text += u"<a>";
+    text += u"x";
+    for (int i = 0; i < depth; ++i)
+        text += u"</a>";
+    CMarkupSTL xml;
+    ASSERT_TRUE(xml.SetDoc(text));
+    EXPECT_EQ(text, xml.GetDoc());
+}
+
 TEST(MarkupDocument, MalformedDocumentChangesNothing) {
     CMarkupSTL xml;
     ASSERT_TRUE(xml.SetDoc(u"<root a=\"1\"><child b=\"2\"/></root>"));
