@@ -26,11 +26,11 @@ class PXENV_API CMarkupSTL {
     // Parses `doc` and, when it is well-formed XML, replaces the document with it and moves to the top level
     // before the first element. O(length). False for a malformed text, which changes nothing: unclosed or
     // mismatched tags, unquoted attributes, no or several top-level elements, a null character, an unpaired
-    // surrogate, or a character reference to a surrogate or beyond U+10FFFF. The parser does not validate
-    // further: duplicate attributes and undeclared entities (kept as text) are accepted, text after the
-    // top-level element is dropped. Text that is only white space is kept when it is the whole content of
-    // an element ("<a> </a>") and dropped between elements (indentation); a line break in the text reads as
-    // a line feed.
+    // surrogate, or a character reference to the null character, a surrogate or beyond U+10FFFF. The parser
+    // does not validate further: duplicate attributes and undeclared entities or unfinished references (kept
+    // as text) are accepted, text after the top-level element is dropped. Text that is only white space is
+    // kept when it is the whole content of an element ("<a> </a>") and dropped between elements
+    // (indentation); a line break in the text reads as a line feed.
     bool SetDoc(const std::u16string &doc);
     // The document as text, without an XML declaration and without added white space; empty for an empty
     // document. Characters a parser would change are written as character references (a carriage return as

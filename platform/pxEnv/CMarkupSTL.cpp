@@ -5,12 +5,15 @@
 
 #include <pugixml.hpp>
 
+#include <algorithm>
 #include <cstring>
 #include <string>
 
 // Parsing keeps white-space-only text when it is the whole content of an element ("<a> </a>"), and drops it
-// between elements (indentation).
-constexpr unsigned int PARSE_OPTIONS = pugi::parse_default | pugi::parse_ws_pcdata_single;
+// between elements (indentation). References are decoded by this module (decodeDocument), not by the parser,
+// which would cut a text at a reference to the null character and wrap references beyond 32 bits.
+constexpr unsigned int PARSE_OPTIONS =
+    (pugi::parse_default & ~pugi::parse_escapes) | pugi::parse_ws_pcdata_single;
 
 struct CMarkupSTL::Impl {
     pugi::xml_document doc;
@@ -149,14 +152,129 @@ std::string serialise(const pugi::xml_document &doc) {
     return out;
 }
 
-// True when a parsed document has exactly one top-level element and all its text is valid UTF-8 (a
-// character reference to a surrogate or beyond U+10FFFF decodes to bytes that are not).
-bool isWellFormed(const pugi::xml_document &doc) {
+// Appends the UTF-8 form of a code point below U+110000 that is not a surrogate.
+void appendUtf8(std::string &out, uint32_t point) {
+    if (point < 0x80) {
+        out += static_cast<char>(point);
+        return;
+    }
+    const int continuations = point < 0x800 ? 1 : point < 0x10000 ? 2 : 3;
+    static const unsigned char LEAD[] = {0, 0xC0, 0xE0, 0xF0};
+    out += static_cast<char>(LEAD[continuations] | point >> (6 * continuations));
+    for (int i = continuations - 1; i >= 0; --i)
+        out += static_cast<char>(0x80 | ((point >> (6 * i)) & 0x3F));
+}
+
+int digitValue(char c, bool hex) {
+    if (c >= '0' && c <= '9')
+        return c - '0';
+    if (hex && c >= 'a' && c <= 'f')
+        return c - 'a' + 10;
+    if (hex && c >= 'A' && c <= 'F')
+        return c - 'A' + 10;
+    return -1;
+}
+
+enum class Reference {
+    Decoded, // a reference to a character XML can hold
+    Text,    // not a complete reference: stays as written
+    Invalid, // a reference to the null character, a surrogate, or beyond U+10FFFF
+};
+
+// Reads the character reference "&#digits;" or "&#xhexdigits;" at `text`, which starts with "&#": its length
+// and code point.
+Reference readCharacterReference(const char *text, size_t &length, uint32_t &point) {
+    const bool hex = text[2] == 'x';
+    const size_t first = hex ? 3 : 2;
+    size_t end = first;
+    uint32_t value = 0;
+    for (int digit; (digit = digitValue(text[end], hex)) >= 0; ++end) // capped: no wrap-around
+        value = std::min<uint32_t>(value * (hex ? 16 : 10) + static_cast<uint32_t>(digit), 0x110000);
+    if (end == first || text[end] != ';')
+        return Reference::Text;
+    length = end + 1;
+    point = value;
+    const bool holdable = value != 0 && value < 0x110000 && (value < 0xD800 || value >= 0xE000);
+    return holdable ? Reference::Decoded : Reference::Invalid;
+}
+
+// The character of a predefined entity ("lt;" ... after the '&') and its length; 0 for any other text.
+char predefinedEntity(const char *text, size_t &length) {
+    static const struct {
+        const char *name;
+        char value;
+    } ENTITIES[] = {{"lt;", '<'}, {"gt;", '>'}, {"amp;", '&'}, {"apos;", '\''}, {"quot;", '"'}};
+    for (const auto &entity : ENTITIES) {
+        length = std::strlen(entity.name);
+        if (std::strncmp(text, entity.name, length) == 0)
+            return entity.value;
+    }
+    return 0;
+}
+
+// Reads the reference at `text`, which starts with '&': a character reference or a predefined entity; Text
+// for anything else, whose '&' stays as written, as an undeclared entity does.
+Reference readReference(const char *text, size_t &length, uint32_t &point) {
+    if (text[1] == '#')
+        return readCharacterReference(text, length, point);
+    const char value = predefinedEntity(text + 1, length);
+    if (value == 0)
+        return Reference::Text;
+    point = static_cast<unsigned char>(value);
+    length += 1;
+    return Reference::Decoded;
+}
+
+// Decodes the references of a parsed text or attribute value. False for a reference to a character XML
+// cannot hold.
+bool decodeReferences(const char *text, std::string &out) {
+    out.clear();
+    for (size_t i = 0; text[i] != '\0';) {
+        size_t length = 0;
+        uint32_t point = 0;
+        const Reference reference = text[i] == '&' ? readReference(text + i, length, point) : Reference::Text;
+        if (reference == Reference::Invalid)
+            return false;
+        if (reference == Reference::Text) {
+            out += text[i++];
+        } else {
+            appendUtf8(out, point);
+            i += length;
+        }
+    }
+    return true;
+}
+
+// Decodes the references of every text and attribute value of a parsed document in place (the parser's tree
+// walk is iterative). Stops, returning false, at a reference to a character XML cannot hold.
+class ReferenceDecoder : public pugi::xml_tree_walker {
+  public:
+    bool for_each(pugi::xml_node &node) override {
+        if (node.type() == pugi::node_pcdata && !decodeInPlace(node))
+            return false;
+        for (pugi::xml_attribute attribute : node.attributes())
+            if (!decodeInPlace(attribute))
+                return false;
+        return true;
+    }
+
+  private:
+    // A node's text or an attribute's value, decoded when it holds an '&'.
+    template <typename Item> bool decodeInPlace(Item &item) {
+        return std::strchr(item.value(), '&') == nullptr ||
+               (decodeReferences(item.value(), decoded_) && item.set_value(decoded_.c_str()));
+    }
+    std::string decoded_;
+};
+
+// True when a parsed document has exactly one top-level element and every reference in it was decoded to a
+// character XML can hold.
+bool isWellFormed(pugi::xml_document &doc) {
     int elements = 0;
     for (pugi::xml_node node = doc.first_child(); node; node = node.next_sibling())
         elements += node.type() == pugi::node_element ? 1 : 0;
-    std::u16string unused;
-    return elements == 1 && pxenv::utf8ToUtf16(serialise(doc), unused);
+    ReferenceDecoder decoder;
+    return elements == 1 && doc.traverse(decoder);
 }
 
 // A valid XML name in its UTF-8 form; false when it is not one.

@@ -126,7 +126,8 @@ TEST(ContainerXml, MalformedOrMissingElementChangesNothing) {
     c.SetPrefix(7, grab(24), 9, 3, 4).SetDir(u"keep");
     const std::u16string before = c.toXMLString();
     for (const char16_t *text : {u"", u"<PxImageContainer Tile=\"1\"", u"<PxImageContainer Tile=1/>",
-                                 u"<Other Tile=\"1\"/>", u"<root><PxImageContainer Tile=\"1\"/></root>"}) {
+                                 u"<Other Tile=\"1\"/>", u"<root><PxImageContainer Tile=\"1\"/></root>",
+                                 u"<PxImageContainer Tile=\"1\" Path=\"a&#0;b\"/>"}) {
         EXPECT_EQ(0, c.fromXMLString(text));
         EXPECT_EQ(before, c.toXMLString()) << pxtest::narrow(text);
     }

@@ -166,6 +166,45 @@ TEST(MarkupDocument, SeveralRootsNullCharactersAndBadReferencesAreMalformed) {
     }
 }
 
+TEST(MarkupDocument, ReferencesToANullCharacterAreMalformed) {
+    CMarkupSTL xml;
+    ASSERT_TRUE(xml.SetDoc(u"<root a=\"1\"/>"));
+    for (const char16_t *bad : {u"<a>&#0;x</a>", u"<a>x&#x0;</a>", u"<a b=\"a&#0;b\"/>", u"<a b=\"&#x00;\"/>",
+                                u"<a>&#4294967296;</a>", u"<a>&#x100000000;</a>"}) {
+        EXPECT_FALSE(xml.SetDoc(bad)) << std::string(bad, bad + std::char_traits<char16_t>::length(bad));
+        EXPECT_EQ(u"<root a=\"1\"/>", xml.GetDoc());
+    }
+}
+
+TEST(MarkupDocument, ReferencesBeyondUnicodeAreMalformedHoweverLong) {
+    CMarkupSTL xml;
+    for (const char16_t *bad : {u"<a>&#1114112;</a>", u"<a>&#4294967361;</a>", u"<a b=\"&#x100000041;\"/>",
+                                u"<a>&#99999999999999999999999999;</a>", u"<a>&#xDFFF;</a>"})
+        EXPECT_FALSE(xml.SetDoc(bad)) << std::string(bad, bad + std::char_traits<char16_t>::length(bad));
+}
+
+TEST(MarkupDocument, ReferencesAreDecodedInTextAndAttributes) {
+    CMarkupSTL xml;
+    ASSERT_TRUE(xml.SetDoc(u"<a b=\"&lt;&gt;&amp;&apos;&quot;&#65;&#x42;&#X43;&#x1D11E;&#1114111;\">"
+                           u"&lt;&gt;&amp;&apos;&quot;&#65;&#x42;&#x1d11e;</a>"));
+    ASSERT_TRUE(xml.FindElem(u"a"));
+    EXPECT_EQ(u"<>&'\"AB&#X43;\U0001D11E\U0010FFFF", xml.GetAttrib(u"b"));
+    EXPECT_EQ(u"<>&'\"AB\U0001D11E", xml.GetData());
+}
+
+TEST(MarkupDocument, UnknownEntitiesAndUnfinishedReferencesStayText) {
+    CMarkupSTL xml;
+    ASSERT_TRUE(xml.SetDoc(u"<a b=\"&foo;&#65&#;&#x;&#x4G;&\">&bar;&#66 &lt&amp</a>"));
+    ASSERT_TRUE(xml.FindElem(u"a"));
+    EXPECT_EQ(u"&foo;&#65&#;&#x;&#x4G;&", xml.GetAttrib(u"b"));
+    EXPECT_EQ(u"&bar;&#66 &lt&amp", xml.GetData());
+    CMarkupSTL back;
+    ASSERT_TRUE(back.SetDoc(xml.GetDoc()));
+    ASSERT_TRUE(back.FindElem(u"a"));
+    EXPECT_EQ(xml.GetAttrib(u"b"), back.GetAttrib(u"b"));
+    EXPECT_EQ(xml.GetData(), back.GetData());
+}
+
 TEST(MarkupBuild, NullCharactersAreRefusedNotCut) {
     CMarkupSTL xml;
     std::u16string withNull = u"ab";
