@@ -10,8 +10,8 @@
 #include <string>
 
 // Parsing keeps white-space-only text when it is the whole content of an element ("<a> </a>"), and drops it
-// between elements (indentation). References are decoded by this module (decodeDocument), not by the parser,
-// which would cut a text at a reference to the null character and wrap references beyond 32 bits.
+// between elements (indentation). References are decoded by this module (ReferenceDecoder), not by the
+// parser, which would cut a text at a reference to the null character and wrap references beyond 32 bits.
 constexpr unsigned int PARSE_OPTIONS =
     (pugi::parse_default & ~pugi::parse_escapes) | pugi::parse_ws_pcdata_single;
 
