@@ -51,7 +51,10 @@ const std::string &scratchPath() {
     return path;
 }
 
+// Writes a new file rather than truncating the old one: on some file systems the truncation of a file
+// with data waits for its blocks to reach the disk, which made every input take milliseconds.
 bool writeScratch(const uint8_t *data, size_t size) {
+    unlink(scratchPath().c_str());
     FILE *f = fopen(scratchPath().c_str(), "wb");
     if (f == nullptr)
         return false;
