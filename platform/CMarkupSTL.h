@@ -30,7 +30,7 @@ class PXENV_API CMarkupSTL {
     // does not validate further: duplicate attributes and undeclared entities or unfinished references (kept
     // as text) are accepted, text after the top-level element is dropped. Text that is only white space is
     // kept when it is the whole content of an element ("<a> </a>") and dropped between elements
-    // (indentation); a line break in the text reads as a line feed.
+    // (indentation); a line break in element text reads as a line feed.
     bool SetDoc(const std::u16string &doc);
     // The document as text, without an XML declaration and without added white space; empty for an empty
     // document. Characters a parser would change are written as character references (a carriage return as
