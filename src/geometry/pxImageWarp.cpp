@@ -99,6 +99,10 @@ bool denseSizesValid(const tag_pxImage *first, const tag_pxImage *second, const 
            target->width >= first->width && target->height >= first->height;
 }
 
+const tag_pxImage *targetOrNull(tag_pxImage *const *target) {
+    return target != nullptr ? *target : nullptr;
+}
+
 bool coversMaps(const tag_pxImage *image, const tag_pxImage *maps) {
     return image->width >= maps->width && image->height >= maps->height;
 }
@@ -163,7 +167,7 @@ uint32_t pxImageAffineWarp(const tag_pxImage *source, float a[3], float b[3], fl
 
 uint32_t pxImageBilinearWarp(const tag_pxImage *source, const tag_pxImage *first, const tag_pxImage *second,
                              tag_pxImage **target) {
-    if (target == nullptr || !denseImagesPresent({source, first, second, *target}))
+    if (!denseImagesPresent({source, first, second, targetOrNull(target)}))
         return 0;
     if (!allFloat({source, first, second, *target})) {
         PX_SEND_ERROR(kModule, PX_ERR_DENSE_WARP_TYPE);
@@ -186,7 +190,7 @@ uint32_t pxImageBilinearWarp(const tag_pxImage *source, const tag_pxImage *first
 uint32_t pxImageBilinearWarpMasked(const tag_pxImage *source, const tag_pxImage *first,
                                    const tag_pxImage *second, const tag_pxImage *third,
                                    const tag_pxImage *mask, tag_pxImage **target) {
-    if (target == nullptr || !denseImagesPresent({source, first, second, third, mask, *target}))
+    if (!denseImagesPresent({source, first, second, third, mask, targetOrNull(target)}))
         return 0;
     if (!allFloat({source, first, second, third, *target}) || mask->type != UBYTE) {
         PX_SEND_ERROR(kModule, PX_ERR_MASKED_WARP_TYPE);
