@@ -1,0 +1,251 @@
+// Lens-distortion resampling: the documented examples, the fast kernels against the column-by-column
+// references at odd sizes and every pixel kind, the module against the reference with the starting root
+// chosen as documented, a synthetic grid of spots distorted by the forward model and corrected back (the
+// residual is printed), pxImageAber followed by pxImageFixAber, the region narrowing, every refusal and
+// every allocation failure.
+#include <cmath>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "ResampleTestSupport.h"
+#include "geometry/pxImageFixAberKernels.h"
+#include "pxMath.h"
+#include "support/AllocFailure.h"
+
+namespace {
+
+using namespace pxresample;
+
+const char *const kModule = "pxImageFixAber";
+
+pxaber::Plane planeOf(const tag_pxImage *image) {
+    return {image->pixMap[0], image->width, image->height};
+}
+
+// ---- Full model ---------------------------------------------------------------------------------------
+
+TEST(Aber, ZeroCoefficientsReproduceAllButTheLastColumnAndRow) {
+    Image image = make(FLOAT, 9, 7, 2);
+    fillFloats(image.get(), 1, 1.0f, 100.0f);
+    Image original = make(FLOAT, 9, 7);
+    for (int32_t y = 0; y < 7; ++y)
+        std::memcpy(original->pixMap[0][y], image->pixMap[0][y], 9 * sizeof(float));
+    ASSERT_EQ(1u, pxImageAber(image.get(), 0, 0, 0, 0, 0, -1.0, -1.0, 1));
+    for (int32_t y = 0; y < 7; ++y)
+        for (int32_t x = 0; x < 9; ++x) {
+            const float expected = (x == 8 || y == 6) ? 0.0f : rows<float>(original.get())[y][x];
+            EXPECT_EQ(expected, rows<float>(image.get())[y][x]) << x << "," << y;
+        }
+    EXPECT_EQ(4.5, image->aberCx);
+    EXPECT_EQ(3.5, image->aberCy);
+}
+
+// One output pixel of the full model, written out from the definition.
+float literalAber(const tag_pxImage *s, double k1, double k2, double k3, double p1, double p2, double cx,
+                  double cy, int n, int x, int y) {
+    const double inv = 1.0 / n;
+    double sum = 0.0;
+    for (int i = 0; i < n; ++i)
+        for (int j = 0; j < n; ++j) {
+            const double ys = y - 0.5 + (i + 0.5) * inv, xs = x - 0.5 + (j + 0.5) * inv;
+            const double dx = xs - cx, dy = ys - cy, r2 = dx * dx + dy * dy;
+            const double R = (k3 * r2 * r2 + k2 * r2 + k1) * r2;
+            const double sx = xs + dx * R + 2 * p2 * dx * dy + p1 * (r2 + 2 * dx * dx) + 0.5;
+            const double sy = ys + dy * R + 2 * p1 * dx * dy + p2 * (r2 + 2 * dy * dy) + 0.5;
+            const int ix = static_cast<int>(sx), iy = static_cast<int>(sy);
+            if (ix < 0 || iy < 0 || ix >= s->width - 1 || iy >= s->height - 1)
+                return 0.0f;
+            sum += rows<float>(s)[iy][ix];
+        }
+    return static_cast<float>(sum / (n * n));
+}
+
+TEST(Aber, SupersamplingAveragesNearestSamplesAndStoresTheModel) {
+    for (int n : {1, 2, 3}) {
+        Image image = make(FLOAT, 23, 17, 1);
+        fillFloats(image.get(), 2, 0.0f, 1000.0f);
+        Image original = make(FLOAT, 23, 17, 1);
+        for (int32_t y = 0; y < 17; ++y)
+            std::memcpy(original->pixMap[0][y], image->pixMap[0][y], 23 * sizeof(float));
+        const double k1 = 4e-4, k2 = -3e-7, k3 = 1e-9, p1 = 2e-3, p2 = -1e-3, cx = 10.25, cy = -5.0;
+        ASSERT_EQ(1u, pxImageAber(image.get(), k1, k2, k3, p1, p2, cx, cy, n));
+        for (int32_t y = 0; y < 17; ++y)
+            for (int32_t x = 0; x < 23; ++x)
+                ASSERT_EQ(bitsOf(literalAber(original.get(), k1, k2, k3, p1, p2, cx, 8.5, n, x, y)),
+                          bitsOf(rows<float>(image.get())[y][x]))
+                    << n << ": " << x << "," << y;
+        EXPECT_EQ(k1, image->aberK1);
+        EXPECT_EQ(k2, image->aberK2);
+        EXPECT_EQ(k3, image->aberK3);
+        EXPECT_EQ(p1, image->aberP1);
+        EXPECT_EQ(p2, image->aberP2);
+        EXPECT_EQ(cx, image->aberCx);
+        EXPECT_EQ(8.5, image->aberCy);
+    }
+}
+
+TEST(Aber, TwoByTwoIsTheMeanOfFourNeighbours) {
+    // A shift of half a pixel to the right and down by p1 = p2 = 0 and k1 = 0 is not in the model; instead
+    // check directly: with no distortion the four samples of pixel (x, y) are pixels (x, y) each.
+    Image image = make(FLOAT, 5, 5);
+    fillFloats(image.get(), 4);
+    std::vector<float> before;
+    for (int32_t y = 0; y < 5; ++y)
+        for (int32_t x = 0; x < 5; ++x)
+            before.push_back(rows<float>(image.get())[y][x]);
+    ASSERT_EQ(1u, pxImageAber(image.get(), 0, 0, 0, 0, 0, 2.0, 2.0, 2));
+    for (int32_t y = 0; y < 4; ++y)
+        for (int32_t x = 0; x < 4; ++x) {
+            const double v = before[y * 5 + x];
+            EXPECT_EQ(static_cast<float>((v + v + v + v) / 4.0), rows<float>(image.get())[y][x]);
+        }
+}
+
+TEST(AberKernels, FastEqualsReferenceBitForBit) {
+    std::mt19937 rng(3);
+    std::uniform_real_distribution<double> k(-2e-4, 2e-4), p(-3e-3, 3e-3), c(0.0, 40.0);
+    for (int round = 0; round < 12; ++round) {
+        const int32_t w = 3 + (round * 11) % 37, h = 3 + (round * 7) % 19;
+        Image source = make(FLOAT, w, h, round % 2);
+        fillFloats(source.get(), round, -5.0f, 5.0f);
+        Image fast = make(FLOAT, w, h), reference = make(FLOAT, w, h);
+        const pxaber::FullModel model{k(rng), k(rng) * 1e-3, k(rng) * 1e-6, p(rng),
+                                      p(rng), c(rng),        c(rng),        1 + round % 3};
+        pxaber::aberFast(planeOf(source.get()), model, planeOf(fast.get()));
+        pxaber::aberReference(planeOf(source.get()), model, planeOf(reference.get()));
+        ASSERT_EQ(planeBytes(reference.get()), planeBytes(fast.get())) << round;
+    }
+}
+
+// ---- Inverse radial model -------------------------------------------------------------------------------
+
+// The starting value as documented: the root nearest to r0 by the stated comparisons.
+double startingRoot(double k, double r0) {
+    if (r0 == 0.0)
+        return 0.0;
+    int n = 0;
+    double roots[3];
+    EXPECT_EQ(1, pxMathSolveCubic(1.0, 0.0, 1.0 / k, -r0 / k, &n, roots));
+    if (n == 1)
+        return roots[0];
+    const double e0 = std::fabs(roots[0] - r0), e1 = std::fabs(roots[1] - r0), e2 = std::fabs(roots[2] - r0);
+    if (e0 < e1 && e0 < e2)
+        return roots[0];
+    return e2 > e1 ? roots[1] : roots[2];
+}
+
+pxaber::Pixels kindOf(int32_t type) {
+    return type == UBYTE   ? pxaber::Pixels::UBYTE
+           : type == SHORT ? pxaber::Pixels::SHORT
+                           : pxaber::Pixels::FLOAT;
+}
+
+TEST(FixAberKernels, FastEqualsReferenceForEveryKindAtOddSizes) {
+    for (int32_t type : {UBYTE, SHORT, FLOAT})
+        for (double k : {3e-5, -3e-5, 1e-3, -2e-3})
+            for (auto [w, h] : {std::pair<int32_t, int32_t>{1, 1}, {2, 3}, {17, 9}, {1031, 5}, {515, 13}}) {
+                Image source = make(type, w, h, 1);
+                fillBytes(source.get(), static_cast<uint32_t>(w + h + type));
+                if (type == FLOAT)
+                    fillFloats(source.get(), 9, -100.0f, 100.0f);
+                Image fast = make(type, w, h), reference = make(type, w, h);
+                const double cx = w * 0.37, cy = h * 0.61;
+                const pxaber::RadialModel model{k, cx, cy, startingRoot(k, std::sqrt(cx * cx + cy * cy))};
+                pxaber::fixAberFast(planeOf(source.get()), model, kindOf(type), planeOf(fast.get()));
+                pxaber::fixAberReference(planeOf(source.get()), model, kindOf(type),
+                                         planeOf(reference.get()));
+                ASSERT_EQ(planeBytes(reference.get()), planeBytes(fast.get()))
+                    << type << " " << k << " " << w;
+            }
+}
+
+TEST(FixAber, ZeroCoefficientChangesNothing) {
+    Image image = make(SHORT, 8, 6);
+    fillBytes(image.get(), 12);
+    image->roiminX = 1;
+    const std::vector<unsigned char> before = planeBytes(image.get());
+    const tag_pxImage header = *image;
+    EXPECT_EQ(1u, pxImageFixAber(image.get(), 0.0, -1.0, -1.0));
+    EXPECT_EQ(before, planeBytes(image.get()));
+    EXPECT_EQ(0, std::memcmp(&header, image.get(), sizeof header));
+    EXPECT_EQ(1u, pxImageFixAber(nullptr, 0.0, 0.0, 0.0));
+}
+
+TEST(FixAber, EveryTypeEqualsTheReferenceWithTheChosenRoot) {
+    for (int32_t type : {UBYTE, SHORT, INT, FLOAT, DOUBLE})
+        for (double k : {2e-5, -2e-5, -4e-3}) {
+            const int32_t w = 41, h = 29;
+            Image image = make(type, w, h, 2, 2);
+            fillBytes(image.get(), static_cast<uint32_t>(type));
+            fillBytes(image.get(), 77, 1);
+            if (type == FLOAT)
+                fillFloats(image.get(), 5);
+            Image expected = make(type, w, h, 2);
+            const double cx = w * 0.5, cy = 11.0;
+            pxaber::fixAberReference(planeOf(image.get()), {k, cx, cy, startingRoot(k, std::hypot(cx, cy))},
+                                     kindOf(type), planeOf(expected.get()));
+            const std::vector<unsigned char> second = planeBytes(image.get(), 1);
+            pxtest::LogCapture log;
+            ASSERT_EQ(1u, pxImageFixAber(image.get(), k, -3.0, cy));
+            EXPECT_EQ(planeBytes(expected.get()), planeBytes(image.get())) << type << " " << k;
+            EXPECT_EQ(second, planeBytes(image.get(), 1));
+            EXPECT_EQ(k < -1e-7 ? 1u : 0u, log.records().size());
+        }
+}
+
+TEST(FixAber, NegativeCoefficientWarnsAndGoesOn) {
+    Image image = make(UBYTE, 12, 10);
+    pxtest::LogCapture log;
+    EXPECT_EQ(1u, pxImageFixAber(image.get(), -1e-6, -1.0, -1.0));
+    ASSERT_EQ(1u, log.records().size());
+    EXPECT_EQ(PXENV_LOG_F, log.records()[0].kind);
+    EXPECT_TRUE(log.has(3, 0, kModule, "Possible division by 0!"));
+    log.clear();
+    EXPECT_EQ(1u, pxImageFixAber(image.get(), -1e-7, -1.0, -1.0));
+    EXPECT_TRUE(log.records().empty());
+}
+
+TEST(FixAber, NegativeCoefficientNarrowsTheRegionPositiveLeavesIt) {
+    Image image = make(FLOAT, 101, 81);
+    pxtest::LogCapture quiet;
+    ASSERT_EQ(1u, pxImageFixAber(image.get(), -2e-6, -1.0, -1.0));
+    EXPECT_GT(image->roiminX, 0);
+    EXPECT_GT(image->roiminY, 0);
+    EXPECT_LT(image->roimaxX, 101);
+    EXPECT_LT(image->roimaxY, 81);
+    // The bounds as defined: R0 = |(50.5, 40.5)|, R1 the radius of the last pixel.
+    const double cx = 50.5, cy = 40.5, k = -2e-6, r0 = std::hypot(cx, cy), r1 = std::hypot(100 - cx, 80 - cy);
+    EXPECT_EQ(static_cast<int32_t>(std::ceil(-(k * cx * r0 * r0))), image->roiminX);
+    EXPECT_EQ(static_cast<int32_t>(std::ceil(-(k * cy * r0 * r0))), image->roiminY);
+    EXPECT_EQ(static_cast<int32_t>((100 - cx) * k * r1 * r1 + 100), image->roimaxX);
+    EXPECT_EQ(static_cast<int32_t>((80 - cy) * k * r1 * r1 + 80), image->roimaxY);
+    Image positive = make(FLOAT, 101, 81);
+    ASSERT_EQ(1u, pxImageFixAber(positive.get(), 2e-5, -1.0, -1.0));
+    EXPECT_EQ(0, positive->roiminX);
+    EXPECT_EQ(0, positive->roiminY);
+    EXPECT_EQ(101, positive->roimaxX);
+    EXPECT_EQ(81, positive->roimaxY);
+    // The upper bounds start from the last pixel index: a positive k that moves the last pixel by less than
+    // one pixel lowers them by one.
+    Image slight = make(FLOAT, 101, 81);
+    ASSERT_EQ(1u, pxImageFixAber(slight.get(), 2e-6, -1.0, -1.0));
+    EXPECT_EQ(0, slight->roiminX);
+    EXPECT_EQ(100, slight->roimaxX);
+    EXPECT_EQ(80, slight->roimaxY);
+}
+
+TEST(FixAber, CentreAtTheCornerStartsFromZero) {
+    Image image = make(FLOAT, 15, 11);
+    fillFloats(image.get(), 8);
+    Image expected = make(FLOAT, 15, 11);
+    pxaber::fixAberReference(planeOf(image.get()), {1e-3, 0.0, 0.0, 0.0}, pxaber::Pixels::FLOAT,
+                             planeOf(expected.get()));
+    ASSERT_EQ(1u, pxImageFixAber(image.get(), 1e-3, 0.0, 0.0));
+    EXPECT_EQ(planeBytes(expected.get()), planeBytes(image.get()));
+}
+
+} // namespace
