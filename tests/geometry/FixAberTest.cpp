@@ -248,4 +248,219 @@ TEST(FixAber, CentreAtTheCornerStartsFromZero) {
     EXPECT_EQ(planeBytes(expected.get()), planeBytes(image.get()));
 }
 
+// ---- Distorted and corrected grids ------------------------------------------------------------------------
+
+// A grid of Gaussian spots (sigma 1.5 pixels, peak 200) every 16 pixels at integer positions, evaluated at
+// (px, py).
+constexpr int32_t kGridSize = 257;
+constexpr int32_t kSpacing = 16;
+double spots(double px, double py) {
+    const double gx = std::round(px / kSpacing) * kSpacing, gy = std::round(py / kSpacing) * kSpacing;
+    double value = 0.0;
+    for (int dy = -1; dy <= 1; ++dy)
+        for (int dx = -1; dx <= 1; ++dx) {
+            const double ex = px - (gx + dx * kSpacing), ey = py - (gy + dy * kSpacing);
+            value += 200.0 * std::exp(-(ex * ex + ey * ey) / (2.0 * 1.5 * 1.5));
+        }
+    return value;
+}
+
+// The largest distance between a spot's centroid (over a 9 x 9 window, in the region of interest and away
+// from the image edge) and its true position; `count` receives the number of spots measured.
+double worstCentroidError(const tag_pxImage *image, int &count) {
+    double worst = 0.0;
+    count = 0;
+    for (int32_t gy = kSpacing; gy < kGridSize - kSpacing; gy += kSpacing)
+        for (int32_t gx = kSpacing; gx < kGridSize - kSpacing; gx += kSpacing) {
+            if (gx - 4 < image->roiminX + 2 || gx + 4 >= image->roimaxX - 2 || gy - 4 < image->roiminY + 2 ||
+                gy + 4 >= image->roimaxY - 2)
+                continue;
+            double sum = 0.0, sx = 0.0, sy = 0.0;
+            for (int32_t y = gy - 4; y <= gy + 4; ++y)
+                for (int32_t x = gx - 4; x <= gx + 4; ++x) {
+                    const double v = rows<float>(image)[y][x];
+                    sum += v;
+                    sx += v * x;
+                    sy += v * y;
+                }
+            worst = std::max(worst, std::hypot(sx / sum - gx, sy / sum - gy));
+            ++count;
+        }
+    return worst;
+}
+
+// The grid as seen through the forward model r = u (1 + k u^2) about the default centre: the pixel at
+// radius u shows the scene at radius u (1 + k u^2) on the same ray.
+Image distortedGrid(double k) {
+    Image image = make(FLOAT, kGridSize, kGridSize);
+    const double c = kGridSize * 0.5;
+    for (int32_t y = 0; y < kGridSize; ++y)
+        for (int32_t x = 0; x < kGridSize; ++x) {
+            const double dx = x - c, dy = y - c, f = 1.0 + k * (dx * dx + dy * dy);
+            rows<float>(image.get())[y][x] = static_cast<float>(spots(c + dx * f, c + dy * f));
+        }
+    return image;
+}
+
+TEST(FixAber, CorrectsAGridDistortedByTheForwardModel) {
+    for (double k : {2e-6, -2e-6}) {
+        Image image = distortedGrid(k);
+        int before = 0;
+        const double distorted = worstCentroidError(image.get(), before);
+        pxtest::LogCapture quiet;
+        ASSERT_EQ(1u, pxImageFixAber(image.get(), k, -1.0, -1.0));
+        int measured = 0;
+        const double residual = worstCentroidError(image.get(), measured);
+        std::printf("k = %g: %d spots, worst centroid error %.4f px distorted, %.4f px corrected\n", k,
+                    measured, distorted, residual);
+        EXPECT_GT(measured, 100);
+        EXPECT_GT(distorted, 3.0);
+        EXPECT_LT(residual, 0.05);
+    }
+}
+
+TEST(FixAber, UndoesAberWithTheSameCoefficient) {
+    for (double k : {2e-6, -2e-6}) {
+        Image image = make(FLOAT, kGridSize, kGridSize);
+        for (int32_t y = 0; y < kGridSize; ++y)
+            for (int32_t x = 0; x < kGridSize; ++x)
+                rows<float>(image.get())[y][x] = static_cast<float>(spots(x, y));
+        ASSERT_EQ(1u, pxImageAber(image.get(), k, 0, 0, 0, 0, -1.0, -1.0, 4));
+        pxtest::LogCapture quiet;
+        ASSERT_EQ(1u, pxImageFixAber(image.get(), k, -1.0, -1.0));
+        int measured = 0;
+        const double residual = worstCentroidError(image.get(), measured);
+        std::printf(
+            "k = %g: pxImageAber (n = 4) then pxImageFixAber: %d spots, worst centroid error %.4f px\n", k,
+            measured, residual);
+        EXPECT_GT(measured, 100);
+        EXPECT_LT(residual, 0.25);
+    }
+}
+
+TEST(FixAber, OneWarmStartedNewtonStepStaysCloseToTheRoot) {
+    // The source radius of every pixel of a 2048 x 2048 frame by the chain of single steps, against the root
+    // of k u^3 + u = r solved per pixel.
+    for (double k : {2e-8, -2e-8, 1e-7}) {
+        const int32_t size = 2048;
+        const double c = size * 0.5;
+        double top = startingRoot(k, std::hypot(c, c)), worst = 0.0;
+        for (int32_t x = 0; x < size; x += 1) {
+            double u = top;
+            for (int32_t y = 0; y < size; y += 1) {
+                const double r = std::hypot(x - c, y - c);
+                if (r > 0.0)
+                    u = (2.0 * k * u * u * u + r) / (3.0 * k * u * u + 1.0);
+                else
+                    u = 0.0;
+                if (y == 0)
+                    top = u;
+                if ((x % 64) == 0 && (y % 8) == 0 && r > 0.0) {
+                    int n = 0;
+                    double roots[3];
+                    ASSERT_EQ(1, pxMathSolveCubic(k, 0.0, 1.0, -r, &n, roots));
+                    double best = roots[0];
+                    for (int i = 1; i < n; ++i)
+                        if (std::fabs(roots[i] - r) < std::fabs(best - r))
+                            best = roots[i];
+                    worst = std::max(worst, std::fabs(u - best));
+                }
+            }
+        }
+        std::printf("k = %g: largest source-radius error of the single Newton step %.3g px\n", k, worst);
+        EXPECT_LT(worst, 1e-3);
+    }
+}
+
+// ---- Refusals and allocation failures ---------------------------------------------------------------------
+
+TEST(Aber, OtherTypesAreTracedAndLeftAlone) {
+    Image image = make(SHORT, 6, 5);
+    fillBytes(image.get(), 3);
+    const std::vector<unsigned char> before = planeBytes(image.get());
+    pxtest::LogCapture log;
+    EXPECT_EQ(0u, pxImageAber(image.get(), 1e-3, 0, 0, 0, 0, -1, -1, 1));
+    EXPECT_EQ(1u, log.records().size());
+    EXPECT_EQ(1u, log.traceCount());
+    EXPECT_EQ(kModule, log.records()[0].module);
+    EXPECT_EQ(before, planeBytes(image.get()));
+}
+
+TEST(Aber, BadArgumentsAreRefused) {
+    Image image = make(FLOAT, 6, 5);
+    tag_pxImage *header = nullptr;
+    ASSERT_EQ(1u, pxImageHeaderConstruct(FLOAT, 6, 5, 0, 1, &header));
+    for (auto run : std::vector<std::function<uint32_t()>>{
+             [&] { return pxImageAber(nullptr, 0, 0, 0, 0, 0, -1, -1, 1); },
+             [&] { return pxImageAber(header, 0, 0, 0, 0, 0, -1, -1, 1); },
+             [&] { return pxImageAber(image.get(), 0, 0, 0, 0, 0, -1, -1, 0); },
+             [&] { return pxImageAber(image.get(), 0, 0, 0, 0, 0, -1, -1, 46341); },
+             [&] { return pxImageAber(image.get(), NAN, 0, 0, 0, 0, -1, -1, 1); },
+             [&] { return pxImageAber(image.get(), 0, 0, 0, 0, INFINITY, -1, -1, 1); },
+         }) {
+        pxtest::LogCapture log;
+        EXPECT_EQ(0u, run());
+        expectRefusal(log, PXENV_LOG_I, kInvalidArgument, kModule);
+    }
+    pxImageHeaderDestruct(&header);
+}
+
+TEST(FixAber, BadArgumentsAreRefused) {
+    Image image = make(FLOAT, 6, 5);
+    tag_pxImage *header = nullptr;
+    ASSERT_EQ(1u, pxImageHeaderConstruct(FLOAT, 6, 5, 0, 1, &header));
+    std::vector<Image> encoded;
+    for (int32_t type : {CBIT, CSHORT, SHORT12})
+        encoded.push_back(make(type, 6, 5));
+    std::vector<std::function<uint32_t()>> runs = {
+        [&] { return pxImageFixAber(nullptr, 1e-3, -1, -1); },
+        [&] { return pxImageFixAber(header, 1e-3, -1, -1); },
+        [&] { return pxImageFixAber(image.get(), NAN, -1, -1); },
+        [&] { return pxImageFixAber(image.get(), 1e-3, INFINITY, -1); },
+        [&] { return pxImageFixAber(image.get(), 1e-3, -1, NAN); },
+    };
+    for (const Image &e : encoded)
+        runs.push_back([&e] { return pxImageFixAber(e.get(), 1e-3, -1, -1); });
+    for (const auto &run : runs) {
+        const int32_t roi[4] = {image->roiminX, image->roimaxX, image->roiminY, image->roimaxY};
+        pxtest::LogCapture log;
+        EXPECT_EQ(0u, run());
+        expectRefusal(log, PXENV_LOG_I, kInvalidArgument, kModule);
+        EXPECT_EQ(roi[0], image->roiminX);
+        EXPECT_EQ(roi[1], image->roimaxX);
+    }
+    pxImageHeaderDestruct(&header);
+}
+
+// Runs `call` under every allocation failure and checks that a failed call leaves pixels and header as
+// they were.
+void expectAllocationFailuresHarmless(tag_pxImage *image, const std::function<uint32_t()> &call) {
+    const std::vector<unsigned char> pixels = planeBytes(image);
+    const tag_pxImage header = *image;
+    const int allocations = pxtest::forEachAllocationFailure(
+        [&] {
+            pxtest::LogCapture quiet;
+            if (call() == 1)
+                return true;
+            EXPECT_EQ(pixels, planeBytes(image));
+            EXPECT_EQ(0, std::memcmp(&header, image, sizeof header));
+            return false;
+        },
+        [] {});
+    EXPECT_GT(allocations, 0);
+}
+
+TEST(Aber, AllocationFailuresLeakNothingAndChangeNothing) {
+    Image image = make(FLOAT, 13, 9, 1, 3);
+    fillFloats(image.get(), 6);
+    expectAllocationFailuresHarmless(image.get(),
+                                     [&] { return pxImageAber(image.get(), 1e-3, 0, 0, 0, 0, -1, -1, 2); });
+}
+
+TEST(FixAber, AllocationFailuresLeakNothingAndChangeNothing) {
+    Image image = make(SHORT, 13, 9, 2, 2);
+    fillBytes(image.get(), 6);
+    expectAllocationFailuresHarmless(image.get(), [&] { return pxImageFixAber(image.get(), -1e-3, -1, -1); });
+}
+
 } // namespace
