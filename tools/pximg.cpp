@@ -27,6 +27,7 @@ int main(int argc, char **argv) {
     pximg::addFileCommands(app);
     pximg::addFilterCommands(app);
     pximg::addContainerCommands(app);
+    pximg::addWarpCommands(app);
     pximg::installLibraryLog();
     try {
         app.parse(argc, argv);

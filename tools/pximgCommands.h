@@ -81,5 +81,6 @@ std::string pixelTypeName(int32_t type);
 void addFileCommands(CLI::App &app);      // info, convert, demo
 void addFilterCommands(CLI::App &app);    // filter, stats
 void addContainerCommands(CLI::App &app); // container write, container read
+void addWarpCommands(CLI::App &app);      // warp, undistort, distort, deinterlace
 
 } // namespace pximg
