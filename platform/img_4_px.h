@@ -74,6 +74,12 @@ IMG4PX_API int bilinear_warp(FIMAGE source, FIMAGE target, FIMAGE first, FIMAGE 
 IMG4PX_API int bilinear_warp_masked(FIMAGE source, FIMAGE target, FIMAGE first, FIMAGE second, FIMAGE third,
                                     BIMAGE mask);
 
+/* The target of either warp must not share pixels with the source or the maps. Both warps run eight columns
+ * at a time with AVX2 where the processor has it (same bits as the plain loop). Test hook: limits the
+ * instruction level of the warps to `level` (0 plain, 2 AVX2 where available, the default); returns the
+ * previous limit. */
+IMG4PX_API int img_4_px_limit_kernels(int level);
+
 #ifdef __cplusplus
 }
 #endif

@@ -2,9 +2,9 @@
 // position plus the displacement; outside the source the caller's fill value, or in the masked form the
 // third image's value, is kept.
 #include "img_4_px.h"
+#include "img_4_pxWarpKernels.h"
 
-#include <algorithm>
-#include <cmath>
+#include <cstddef>
 #include <cstdint>
 
 namespace {
@@ -35,23 +35,32 @@ bool warpArgumentsValid(const FIMAGE &source, const FIMAGE &target, const FIMAGE
            covers(target.width, target.height, first);
 }
 
-// The bilinear sample of the source at (sx, sy); false (and no read) when the position is outside.
-bool sample(const FIMAGE &source, float sx, float sy, float &value) {
-    if (!(sx >= 0.0f && sx <= static_cast<float>(source.width - 1) && sy >= 0.0f &&
-          sy <= static_cast<float>(source.height - 1)))
-        return false;
-    const int32_t j = static_cast<int32_t>(std::floor(sx));
-    const int32_t i = static_cast<int32_t>(std::floor(sy));
-    const int32_t right = std::min(j + 1, source.width - 1);
-    const int32_t below = std::min(i + 1, source.height - 1);
-    const float fu = sx - static_cast<float>(j);
-    const float fv = sy - static_cast<float>(i);
-    const float *upper = source.image[i];
-    const float *lower = source.image[below];
-    const float top = upper[j] + (upper[right] - upper[j]) * fu;
-    const float bottom = lower[j] + (lower[right] - lower[j]) * fu;
-    value = top + (bottom - top) * fv;
-    return true;
+// The source with its row stride when its rows lie evenly in one block and every index fits in 32 bits.
+img4px::WarpSource sourceOf(const FIMAGE &source) {
+    const float *const *rows = source.image;
+    const ptrdiff_t stride = source.height > 1 ? rows[1] - rows[0] : source.width;
+    bool even = stride >= source.width && stride <= INT32_MAX / source.height;
+    for (int32_t y = 2; even && y < source.height; ++y)
+        even = rows[y] == rows[0] + y * stride;
+    return {source, even ? static_cast<int32_t>(stride) : 0};
+}
+
+// Runs the row kernel over every row of the maps.
+void warpRows(const FIMAGE &source, const FIMAGE &target, const FIMAGE &first, const FIMAGE &second,
+              const FIMAGE *third, const BIMAGE *mask, float fill) {
+    const img4px::WarpSource in = sourceOf(source);
+    const img4px::WarpRowKernel kernel = img4px::warpRowKernel();
+    for (int32_t y = 0; y < first.height; ++y) {
+        const img4px::WarpRow row{first.image[y],
+                                  second.image[y],
+                                  mask != nullptr ? mask->image[y] : nullptr,
+                                  third != nullptr ? third->image[y] : nullptr,
+                                  fill,
+                                  y,
+                                  first.width,
+                                  target.image[y]};
+        kernel(in, row);
+    }
 }
 
 } // namespace
@@ -61,16 +70,7 @@ extern "C" {
 int bilinear_warp(FIMAGE source, FIMAGE target, FIMAGE first, FIMAGE second, float fill) {
     if (!warpArgumentsValid(source, target, first, second))
         return 0;
-    for (int32_t y = 0; y < first.height; ++y) {
-        const float *mx = first.image[y];
-        const float *my = second.image[y];
-        float *out = target.image[y];
-        const float row = static_cast<float>(y);
-        for (int32_t x = 0; x < first.width; ++x) {
-            float value;
-            out[x] = sample(source, static_cast<float>(x) + mx[x], row + my[x], value) ? value : fill;
-        }
-    }
+    warpRows(source, target, first, second, nullptr, nullptr, fill);
     return 1;
 }
 
@@ -80,20 +80,7 @@ int bilinear_warp_masked(FIMAGE source, FIMAGE target, FIMAGE first, FIMAGE seco
         !covers(third.width, third.height, first) || !covers(mask.width, mask.height, first) ||
         mask.width < 1 || !rowsPresent(mask.image, mask.height))
         return 0;
-    for (int32_t y = 0; y < first.height; ++y) {
-        const float *mx = first.image[y];
-        const float *my = second.image[y];
-        const float *kept = third.image[y];
-        const uint8_t *use = mask.image[y];
-        float *out = target.image[y];
-        const float row = static_cast<float>(y);
-        for (int32_t x = 0; x < first.width; ++x) {
-            float value;
-            out[x] = use[x] != 0 && sample(source, static_cast<float>(x) + mx[x], row + my[x], value)
-                         ? value
-                         : kept[x];
-        }
-    }
+    warpRows(source, target, first, second, &third, &mask, 0.0f);
     return 1;
 }
 

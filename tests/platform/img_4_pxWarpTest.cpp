@@ -5,6 +5,7 @@
 
 #include <cmath>
 #include <cstdint>
+#include <algorithm>
 #include <cstring>
 #include <random>
 #include <vector>
@@ -148,6 +149,66 @@ TEST(Img4PxBilinearWarpMasked, RefusesSmallCompanionsWithoutWriting) {
     for (int32_t y = 0; y < 5; ++y)
         for (int32_t x = 0; x < 5; ++x)
             EXPECT_EQ(3.0f, target.f().image[y][x]);
+}
+
+// The sample rule written out, as the tests read it.
+float literalSample(const FIMAGE &s, float sx, float sy, float otherwise) {
+    if (!(sx >= 0.0f && sx <= s.width - 1 && sy >= 0.0f && sy <= s.height - 1))
+        return otherwise;
+    const int32_t j = static_cast<int32_t>(std::floor(sx)), i = static_cast<int32_t>(std::floor(sy));
+    const int32_t j1 = std::min(j + 1, s.width - 1), i1 = std::min(i + 1, s.height - 1);
+    const float fu = sx - j, fv = sy - i;
+    const float top = s.image[i][j] + (s.image[i][j1] - s.image[i][j]) * fu;
+    const float bottom = s.image[i1][j] + (s.image[i1][j1] - s.image[i1][j]) * fu;
+    return top + (bottom - top) * fv;
+}
+
+TEST(Img4PxBilinearWarp, EveryLevelGivesTheRuleBitForBitAtOddSizes) {
+    std::mt19937 rng(11);
+    for (int level : {0, 2}) {
+        const int previous = img_4_px_limit_kernels(level);
+        for (int round = 0; round < 24; ++round) {
+            const int32_t w = 1 + (round * 7) % 29, h = 1 + (round * 5) % 17, mw = 1 + (round * 11) % 37,
+                          mh = 1 + round % 9;
+            Owned source(w, h), target(mw, mh), mx(mw, mh), my(mw, mh), third(mw, mh), mask(mw, mh, 1);
+            source.fill(round, -1e4f, 1e4f);
+            mx.fill(round + 1, -3.0f, static_cast<float>(w) + 2.0f);
+            my.fill(round + 2, -3.0f, static_cast<float>(h) + 2.0f);
+            third.fill(round + 3, 0.0f, 1.0f);
+            for (int32_t y = 0; y < mh; ++y)
+                for (int32_t x = 0; x < mw; ++x) {
+                    mask.b().image[y][x] = static_cast<uint8_t>(rng() % 3 == 0 ? 0 : rng());
+                    if (rng() % 17 == 0)
+                        mx.f().image[y][x] =
+                            (rng() % 2) ? NAN : static_cast<float>(w - 1) - static_cast<float>(x);
+                }
+            // A source whose rows are not evenly spaced (reversed row table) takes the row-table path.
+            std::vector<float *> reversed(source.f().image, source.f().image + h);
+            std::reverse(reversed.begin(), reversed.end());
+            FIMAGE shuffled{reversed.data(), w, h};
+            for (const FIMAGE &in : {source.f(), shuffled}) {
+                ASSERT_EQ(1, bilinear_warp(in, target.f(), mx.f(), my.f(), -1.0f));
+                for (int32_t y = 0; y < mh; ++y)
+                    for (int32_t x = 0; x < mw; ++x)
+                        ASSERT_EQ(
+                            bitsOf(literalSample(in, x + mx.f().image[y][x], y + my.f().image[y][x], -1.0f)),
+                            bitsOf(target.f().image[y][x]))
+                            << level << " " << round << ": " << x << "," << y;
+                ASSERT_EQ(1, bilinear_warp_masked(in, target.f(), mx.f(), my.f(), third.f(), mask.b()));
+                for (int32_t y = 0; y < mh; ++y)
+                    for (int32_t x = 0; x < mw; ++x) {
+                        const float keep = third.f().image[y][x];
+                        const float expected =
+                            mask.b().image[y][x] == 0
+                                ? keep
+                                : literalSample(in, x + mx.f().image[y][x], y + my.f().image[y][x], keep);
+                        ASSERT_EQ(bitsOf(expected), bitsOf(target.f().image[y][x]))
+                            << level << " " << round << ": " << x << "," << y;
+                    }
+            }
+        }
+        img_4_px_limit_kernels(previous);
+    }
 }
 
 } // namespace
