@@ -183,7 +183,9 @@ uint32_t pxImageFixAber(tag_pxImage *image, double k, double cx, double cy) {
         pxImageDestruct(&temporary);
         return 0;
     }
-    pxaber::fixAberFast(planeOf(image), {k, cx, cy, u0}, kind, planeOf(temporary));
+    const pxaber::Plane source = planeOf(image);
+    pxaber::fixAberFast(source, {k, cx, cy, u0}, kind, planeOf(temporary), 2,
+                        kind == pxaber::Pixels::FLOAT ? pxaber::evenStride(source, sizeof(float)) : 0);
     const double lastDx = (image->width - 1) - cx;
     const double lastDy = (image->height - 1) - cy;
     narrowUpperBounds(image, k, cx, cy, std::sqrt(lastDx * lastDx + lastDy * lastDy));

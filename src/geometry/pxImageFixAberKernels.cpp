@@ -8,7 +8,12 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstddef>
 #include <cstdint>
+
+#if defined(__x86_64__) || defined(__i386__)
+#include <immintrin.h>
+#endif
 
 namespace pxaber {
 
@@ -111,7 +116,78 @@ void fixAberReferenceOf(const Plane &source, const RadialModel &m, const Plane &
 // Columns advanced together by the fast kernel; their u live on the stack.
 constexpr int32_t kStrip = 512;
 
-template <Pixels kind> void fixAberFastOf(const Plane &source, const RadialModel &m, const Plane &output) {
+#if defined(__x86_64__) || defined(__i386__)
+
+#define PX_AVX2 __attribute__((target("avx2")))
+
+// Four float pixels of one row, columns x .. x + 3, with the steps of radialStep in double on each lane in
+// the same order: dx, r, the Newton step where r > 0 (else u = s = 0), the source position, the range
+// test, the truncations and the bilinear weights. Lanes outside the usable area gather from index 0 and
+// store 0.
+PX_AVX2 inline void avx2FourFloatPixels(const float *base, int32_t stride, const Plane &source,
+                                        const RadialModel &m, int32_t x, double dy, double *u, float *out) {
+    const __m256d cx = _mm256_set1_pd(m.cx), cy = _mm256_set1_pd(m.cy), k = _mm256_set1_pd(m.k);
+    const __m256d zero = _mm256_setzero_pd(), one = _mm256_set1_pd(1.0);
+    const __m256d dx =
+        _mm256_sub_pd(_mm256_cvtepi32_pd(_mm_add_epi32(_mm_set1_epi32(x), _mm_setr_epi32(0, 1, 2, 3))), cx);
+    const __m256d dyv = _mm256_set1_pd(dy);
+    const __m256d r = _mm256_sqrt_pd(_mm256_add_pd(_mm256_mul_pd(dx, dx), _mm256_mul_pd(dyv, dyv)));
+    const __m256d positive = _mm256_cmp_pd(r, zero, _CMP_GT_OQ);
+    const __m256d uOld = _mm256_loadu_pd(u);
+    const __m256d k2u = _mm256_mul_pd(_mm256_mul_pd(_mm256_set1_pd(2.0), k), uOld);
+    const __m256d numerator = _mm256_add_pd(_mm256_mul_pd(_mm256_mul_pd(k2u, uOld), uOld), r);
+    const __m256d k3u = _mm256_mul_pd(_mm256_mul_pd(_mm256_set1_pd(3.0), k), uOld);
+    const __m256d denominator = _mm256_add_pd(_mm256_mul_pd(k3u, uOld), one);
+    const __m256d uNew = _mm256_and_pd(positive, _mm256_div_pd(numerator, denominator));
+    const __m256d s = _mm256_and_pd(positive, _mm256_div_pd(uNew, r));
+    _mm256_storeu_pd(u, uNew);
+    const __m256d fx = _mm256_add_pd(_mm256_mul_pd(dx, s), cx);
+    const __m256d fy = _mm256_add_pd(_mm256_mul_pd(dyv, s), cy);
+    const __m256d inside =
+        _mm256_and_pd(_mm256_and_pd(_mm256_cmp_pd(fx, zero, _CMP_GE_OQ), _mm256_cmp_pd(fy, zero, _CMP_GE_OQ)),
+                      _mm256_and_pd(_mm256_cmp_pd(fx, _mm256_set1_pd(source.width - 1), _CMP_LT_OQ),
+                                    _mm256_cmp_pd(fy, _mm256_set1_pd(source.height - 1), _CMP_LT_OQ)));
+    // The lane mask narrowed to 32-bit lanes.
+    const __m128i valid = _mm256_castsi256_si128(
+        _mm256_permutevar8x32_epi32(_mm256_castpd_si256(inside), _mm256_setr_epi32(0, 2, 4, 6, 1, 3, 5, 7)));
+    const __m128i c0 = _mm_and_si128(valid, _mm256_cvttpd_epi32(_mm256_and_pd(inside, fx)));
+    const __m128i r0 = _mm_and_si128(valid, _mm256_cvttpd_epi32(_mm256_and_pd(inside, fy)));
+    const __m256d fc = _mm256_sub_pd(fx, _mm256_cvtepi32_pd(c0));
+    const __m256d fr = _mm256_sub_pd(fy, _mm256_cvtepi32_pd(r0));
+    const __m128i at = _mm_add_epi32(_mm_mullo_epi32(r0, _mm_set1_epi32(stride)), c0);
+    const __m128i next = _mm_set1_epi32(1), below = _mm_set1_epi32(stride);
+    const __m256d p00 = _mm256_cvtps_pd(_mm_i32gather_ps(base, at, 4));
+    const __m256d p01 = _mm256_cvtps_pd(_mm_i32gather_ps(base, _mm_add_epi32(at, next), 4));
+    const __m256d p10 = _mm256_cvtps_pd(_mm_i32gather_ps(base, _mm_add_epi32(at, below), 4));
+    const __m256d p11 =
+        _mm256_cvtps_pd(_mm_i32gather_ps(base, _mm_add_epi32(_mm_add_epi32(at, below), next), 4));
+    const __m256d restR = _mm256_sub_pd(one, fr), restC = _mm256_sub_pd(one, fc);
+    const __m256d left = _mm256_add_pd(_mm256_mul_pd(p00, restR), _mm256_mul_pd(p10, fr));
+    const __m256d right = _mm256_add_pd(_mm256_mul_pd(p01, restR), _mm256_mul_pd(p11, fr));
+    const __m256d value = _mm256_add_pd(_mm256_mul_pd(left, restC), _mm256_mul_pd(right, fc));
+    _mm_storeu_ps(out, _mm256_cvtpd_ps(_mm256_and_pd(inside, value)));
+}
+
+// Rows 1.. of a strip of float pixels, four columns at a time, the strip's tail in plain code.
+PX_AVX2 void avx2FloatRows(const Plane &source, int32_t stride, const RadialModel &m, const Plane &output,
+                           int32_t x0, int32_t count, double *columnU) {
+    const float *base = static_cast<const float *>(source.rows[0]);
+    for (int32_t y = 1; y < output.height; ++y) {
+        float *row = static_cast<float *>(output.rows[y]) + x0;
+        const double dy = y - m.cy;
+        int32_t k = 0;
+        for (; k + 4 <= count; k += 4)
+            avx2FourFloatPixels(base, stride, source, m, x0 + k, dy, columnU + k, row + k);
+        for (; k < count; ++k)
+            row[k] = radialStep<Pixels::FLOAT>(source, m, x0 + k, y, columnU[k]);
+    }
+}
+
+#endif
+
+template <Pixels kind>
+void fixAberFastOf(const Plane &source, const RadialModel &m, const Plane &output, bool vector,
+                   int32_t stride) {
     using T = typename PixelOf<kind>::type;
     double columnU[kStrip];
     double top = m.u0;
@@ -122,12 +198,27 @@ template <Pixels kind> void fixAberFastOf(const Plane &source, const RadialModel
             row[k] = radialStep<kind>(source, m, x0 + k, 0, top);
             columnU[k] = top;
         }
+#if defined(__x86_64__) || defined(__i386__)
+        if (kind == Pixels::FLOAT && vector && stride > 0) {
+            avx2FloatRows(source, stride, m, output, x0, count, columnU);
+            continue;
+        }
+#endif
         for (int32_t y = 1; y < output.height; ++y) {
             row = static_cast<T *>(output.rows[y]) + x0;
             for (int32_t k = 0; k < count; ++k)
                 row[k] = radialStep<kind>(source, m, x0 + k, y, columnU[k]);
         }
     }
+}
+
+bool avx2Available() {
+#if defined(__x86_64__) || defined(__i386__)
+    static const bool available = __builtin_cpu_supports("avx2");
+    return available;
+#else
+    return false;
+#endif
 }
 
 } // namespace
@@ -162,15 +253,31 @@ void fixAberReference(const Plane &source, const RadialModel &model, Pixels kind
     }
 }
 
-void fixAberFast(const Plane &source, const RadialModel &model, Pixels kind, const Plane &output) {
+void fixAberFast(const Plane &source, const RadialModel &model, Pixels kind, const Plane &output, int level,
+                 int32_t sourceStride) {
+    const bool vector = level >= 2 && avx2Available();
     switch (kind) {
     case Pixels::UBYTE:
-        return fixAberFastOf<Pixels::UBYTE>(source, model, output);
+        return fixAberFastOf<Pixels::UBYTE>(source, model, output, vector, sourceStride);
     case Pixels::SHORT:
-        return fixAberFastOf<Pixels::SHORT>(source, model, output);
+        return fixAberFastOf<Pixels::SHORT>(source, model, output, vector, sourceStride);
     case Pixels::FLOAT:
-        return fixAberFastOf<Pixels::FLOAT>(source, model, output);
+        return fixAberFastOf<Pixels::FLOAT>(source, model, output, vector, sourceStride);
     }
+}
+
+int32_t evenStride(const Plane &plane, size_t pixelSize) {
+    const char *const *rows = reinterpret_cast<const char *const *>(plane.rows);
+    const ptrdiff_t bytes = plane.height > 1 ? rows[1] - rows[0] : 0;
+    if (bytes <= 0 || bytes % static_cast<ptrdiff_t>(pixelSize) != 0)
+        return 0;
+    const ptrdiff_t stride = bytes / static_cast<ptrdiff_t>(pixelSize);
+    if (stride < plane.width || stride > INT32_MAX / plane.height)
+        return 0;
+    for (int32_t y = 2; y < plane.height; ++y)
+        if (rows[y] != rows[0] + y * bytes)
+            return 0;
+    return static_cast<int32_t>(stride);
 }
 
 } // namespace pxaber

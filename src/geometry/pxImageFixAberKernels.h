@@ -4,6 +4,7 @@
 // row by row with the same arithmetic in the same order, so both give the same bits.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 namespace pxaber {
@@ -42,6 +43,14 @@ enum class Pixels { UBYTE, SHORT, FLOAT };
 // is read bilinearly at (dx u / r + cx, dy u / r + cy) when that lies in [0, width - 1) x [0, height - 1),
 // else the pixel is 0. Double precision throughout. Source and output planes of one size and kind.
 void fixAberReference(const Plane &source, const RadialModel &model, Pixels kind, const Plane &output);
-void fixAberFast(const Plane &source, const RadialModel &model, Pixels kind, const Plane &output);
+// `level` 2 runs the rows after the first four columns at a time with AVX2 for float pixels (read through
+// the row stride `sourceStride` in floats, 0 when the rows are not evenly spaced); 0 keeps to plain code.
+// Every level gives the reference's bits.
+void fixAberFast(const Plane &source, const RadialModel &model, Pixels kind, const Plane &output,
+                 int level = 2, int32_t sourceStride = 0);
+
+// Distance in pixels between consecutive rows of a plane whose rows lie evenly in one block and whose
+// indices fit in 32 bits, else 0. O(height).
+int32_t evenStride(const Plane &plane, size_t pixelSize);
 
 } // namespace pxaber
