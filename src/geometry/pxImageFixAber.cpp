@@ -144,7 +144,9 @@ uint32_t pxImageAber(tag_pxImage *image, double k1, double k2, double k3, double
     }
     cx = defaultCentre(cx, image->width);
     cy = defaultCentre(cy, image->height);
-    pxaber::aberFast(planeOf(image), {k1, k2, k3, p1, p2, cx, cy, n}, planeOf(temporary));
+    const pxaber::Plane source = planeOf(image);
+    pxaber::aberFast(source, {k1, k2, k3, p1, p2, cx, cy, n}, planeOf(temporary), 2,
+                     pxaber::evenStride(source, sizeof(float)));
     exchangePlane0(image, temporary);
     image->aberK1 = k1;
     image->aberK2 = k2;

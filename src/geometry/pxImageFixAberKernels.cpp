@@ -232,7 +232,96 @@ void aberReference(const Plane &source, const FullModel &model, const Plane &out
                 static_cast<float>(supersampledSum(source, model, inv, x, y) / divisor);
 }
 
-void aberFast(const Plane &source, const FullModel &model, const Plane &output) {
+#if defined(__x86_64__) || defined(__i386__)
+
+namespace {
+
+// Output pixels x .. x + 3 of row y of the full model: each lane runs the samples of supersampledSum in
+// the same order with the same double steps; a lane whose sample falls outside stops adding (its sum no
+// longer matters) and stores 0. Samples of live lanes are gathered through the row stride; dead lanes read
+// index 0.
+PX_AVX2 inline void avx2AberFour(const float *base, int32_t stride, const Plane &source, const FullModel &m,
+                                 double inv, double divisor, int32_t x, int32_t y, float *out) {
+    const __m256d half = _mm256_set1_pd(0.5), two = _mm256_set1_pd(2.0);
+    const __m256d xd = _mm256_cvtepi32_pd(_mm_add_epi32(_mm_set1_epi32(x), _mm_setr_epi32(0, 1, 2, 3)));
+    const __m256d xBase = _mm256_sub_pd(xd, half);
+    const double yBase = y - 0.5;
+    const __m128i lastX = _mm_set1_epi32(source.width - 1), lastY = _mm_set1_epi32(source.height - 1);
+    const __m128i minusOne = _mm_set1_epi32(-1);
+    __m128i alive = minusOne;
+    __m256d sum = _mm256_setzero_pd();
+    for (int32_t i = 0; i < m.n; ++i) {
+        const __m256d ys = _mm256_set1_pd(yBase + (i + 0.5) * inv);
+        for (int32_t j = 0; j < m.n; ++j) {
+            const __m256d xs = _mm256_add_pd(xBase, _mm256_set1_pd((j + 0.5) * inv));
+            const __m256d dx = _mm256_sub_pd(xs, _mm256_set1_pd(m.cx));
+            const __m256d dy = _mm256_sub_pd(ys, _mm256_set1_pd(m.cy));
+            const __m256d r2 = _mm256_add_pd(_mm256_mul_pd(dx, dx), _mm256_mul_pd(dy, dy));
+            const __m256d k3r4 = _mm256_mul_pd(_mm256_mul_pd(_mm256_set1_pd(m.k3), r2), r2);
+            const __m256d radial =
+                _mm256_mul_pd(_mm256_add_pd(_mm256_add_pd(k3r4, _mm256_mul_pd(_mm256_set1_pd(m.k2), r2)),
+                                            _mm256_set1_pd(m.k1)),
+                              r2);
+            const __m256d dxdy2p2 = _mm256_mul_pd(_mm256_mul_pd(_mm256_set1_pd(2.0 * m.p2), dx), dy);
+            const __m256d dxdy2p1 = _mm256_mul_pd(_mm256_mul_pd(_mm256_set1_pd(2.0 * m.p1), dx), dy);
+            const __m256d sx = _mm256_add_pd(
+                _mm256_add_pd(_mm256_add_pd(_mm256_add_pd(xs, _mm256_mul_pd(dx, radial)), dxdy2p2),
+                              _mm256_mul_pd(_mm256_set1_pd(m.p1),
+                                            _mm256_add_pd(r2, _mm256_mul_pd(_mm256_mul_pd(two, dx), dx)))),
+                half);
+            const __m256d sy = _mm256_add_pd(
+                _mm256_add_pd(_mm256_add_pd(_mm256_add_pd(ys, _mm256_mul_pd(dy, radial)), dxdy2p1),
+                              _mm256_mul_pd(_mm256_set1_pd(m.p2),
+                                            _mm256_add_pd(r2, _mm256_mul_pd(_mm256_mul_pd(two, dy), dy)))),
+                half);
+            // Truncation toward zero; NaN and values beyond int32 give INT32_MIN, which is outside.
+            const __m128i ix = _mm256_cvttpd_epi32(sx), iy = _mm256_cvttpd_epi32(sy);
+            const __m128i outside =
+                _mm_or_si128(_mm_or_si128(_mm_cmpgt_epi32(_mm_setzero_si128(), ix),
+                                          _mm_cmpgt_epi32(_mm_setzero_si128(), iy)),
+                             _mm_or_si128(_mm_cmpeq_epi32(_mm_min_epi32(ix, lastX), lastX),
+                                          _mm_cmpeq_epi32(_mm_min_epi32(iy, lastY), lastY)));
+            alive = _mm_andnot_si128(outside, alive);
+            if (_mm_testz_si128(alive, alive)) {
+                _mm_storeu_ps(out, _mm_setzero_ps());
+                return;
+            }
+            const __m128i at =
+                _mm_and_si128(alive, _mm_add_epi32(_mm_mullo_epi32(iy, _mm_set1_epi32(stride)), ix));
+            const __m256d pixel = _mm256_cvtps_pd(_mm_i32gather_ps(base, at, 4));
+            sum = _mm256_add_pd(sum, pixel);
+        }
+    }
+    const __m256d live = _mm256_castsi256_pd(_mm256_cvtepi32_epi64(alive));
+    _mm_storeu_ps(out, _mm256_cvtpd_ps(_mm256_and_pd(live, _mm256_div_pd(sum, _mm256_set1_pd(divisor)))));
+}
+
+PX_AVX2 void avx2AberRows(const Plane &source, int32_t stride, const FullModel &m, const Plane &output) {
+    const double inv = 1.0 / m.n;
+    const double divisor = static_cast<double>(m.n * m.n);
+    const float *base = static_cast<const float *>(source.rows[0]);
+    for (int32_t y = 0; y < output.height; ++y) {
+        float *row = static_cast<float *>(output.rows[y]);
+        int32_t x = 0;
+        for (; x + 4 <= output.width; x += 4)
+            avx2AberFour(base, stride, source, m, inv, divisor, x, y, row + x);
+        for (; x < output.width; ++x)
+            row[x] = static_cast<float>(supersampledSum(source, m, inv, x, y) / divisor);
+    }
+}
+
+} // namespace
+
+#endif
+
+void aberFast(const Plane &source, const FullModel &model, const Plane &output, int level,
+              int32_t sourceStride) {
+#if defined(__x86_64__) || defined(__i386__)
+    if (level >= 2 && sourceStride > 0 && avx2Available()) {
+        avx2AberRows(source, sourceStride, model, output);
+        return;
+    }
+#endif
     const double inv = 1.0 / model.n;
     const double divisor = static_cast<double>(model.n * model.n);
     for (int32_t y = 0; y < output.height; ++y) {

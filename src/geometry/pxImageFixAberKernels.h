@@ -27,7 +27,10 @@ struct FullModel {
 // sub-pixel positions, or 0 when any of them truncates outside [0, width - 1) x [0, height - 1). Source and
 // output are FLOAT planes of one size.
 void aberReference(const Plane &source, const FullModel &model, const Plane &output);
-void aberFast(const Plane &source, const FullModel &model, const Plane &output);
+// `level` 2 computes four output pixels at a time with AVX2 (the source read through its row stride
+// `sourceStride` in floats, 0 when unknown); 0 keeps to plain code. Same bits at every level.
+void aberFast(const Plane &source, const FullModel &model, const Plane &output, int level = 2,
+              int32_t sourceStride = 0);
 
 // The inverse radial model: coefficient k, centre (cx, cy), starting value u0 of the first Newton step.
 struct RadialModel {
