@@ -219,6 +219,25 @@ void BM_CvRemapNearestDistort(benchmark::State &state) {
 }
 BENCHMARK(BM_CvRemapNearestDistort)->ArgName("threads")->Arg(1)->Arg(0)->Unit(benchmark::kMillisecond);
 
+#if defined(PXIMAGE_BENCH_HAVE_CALIB3D)
+// The like-for-like of pxImageAber with n = 1: the maps of the forward model computed on every call (as
+// pxImageAber computes its positions), then the nearest-pixel remap.
+void BM_CvModelMapsAndRemapNearest(benchmark::State &state) {
+    useThreads(state);
+    Frame source;
+    const Camera camera;
+    cv::Mat mapX, mapY, out;
+    for (auto _ : state) {
+        cv::initUndistortRectifyMap(camera.matrix, camera.coefficients, cv::Mat(), camera.matrix,
+                                    source.mat().size(), CV_32FC1, mapX, mapY);
+        cv::remap(source.mat(), out, mapX, mapY, cv::INTER_NEAREST);
+        benchmark::DoNotOptimize(out.data);
+    }
+    report(state, source.bytes());
+}
+BENCHMARK(BM_CvModelMapsAndRemapNearest)->ArgName("threads")->Arg(1)->Arg(0)->Unit(benchmark::kMillisecond);
+#endif
+
 // ---- Copies
 // ------------------------------------------------------------------------------------------------
 
