@@ -416,7 +416,7 @@ PXIMAGE_API uint32_t pxImageBilinearWarpMasked(const tag_pxImage *source, const 
                                                const tag_pxImage *second, const tag_pxImage *third,
                                                const tag_pxImage *mask, tag_pxImage **target);
 
-/* ---- De-interlacing (module pxImageDeInterlace) ---------------------------------------------------------- */
+/* ---- De-interlacing (module pxImageDeInterlace) -------------------------------------------------------- */
 
 /* Splits plane 0 of an interlaced frame into its fields by copying whole rows: rows 0, 2, 4, ... into
  * `even` (height h / 2 + h % 2) and rows 1, 3, ... into `odd` (height h / 2). Either field may be null, not
@@ -427,7 +427,7 @@ PXIMAGE_API uint32_t pxImageBilinearWarpMasked(const tag_pxImage *source, const 
  * code 0xC43D0003. O(pixels). */
 PXIMAGE_API uint32_t pxImageDeInterlace(const tag_pxImage *source, tag_pxImage *even, tag_pxImage *odd);
 
-/* ---- Lens-distortion resampling (module pxImageFixAber) -------------------------------------------------- */
+/* ---- Lens-distortion resampling (module pxImageFixAber) ------------------------------------------------ */
 
 /* Resamples plane 0 of a FLOAT image in place through the full lens model about the centre (cx, cy) (a
  * negative value: width * 0.5 or height * 0.5): each output pixel averages n x n nearest-pixel samples, the
