@@ -18,8 +18,11 @@ namespace pxwarp {
 namespace {
 
 constexpr float kInvalid = 3.4028235e38f;
-// Columns whose positions are computed before they are sampled.
-constexpr int32_t kBlock = 256;
+// Tiles of the target: kBlock columns, whose positions are computed before they are sampled, by kTileRows
+// rows. Under a rotation or shear a whole target row reads short pieces of many source rows; a tile reads a
+// compact area of the source that stays in the caches and the address translation buffers.
+constexpr int32_t kBlock = 128;
+constexpr int32_t kTileRows = 64;
 
 } // namespace
 
@@ -133,16 +136,18 @@ void translationPositions(float du, float dv, int32_t x0, int32_t count, int32_t
     }
 }
 
-// Runs `positions` and `sample` over every block of every target row.
+// Runs `positions` and `sample` over every block of every target row, tile by tile.
 template <class Positions>
 void warpBlocks(const Source &source, const Target &target, SampleRow sample, Positions positions) {
     alignas(32) float u[kBlock];
     alignas(32) float v[kBlock];
-    for (int32_t y = 0; y < target.height; ++y)
+    for (int32_t y0 = 0; y0 < target.height; y0 += kTileRows)
         for (int32_t x0 = 0; x0 < target.width; x0 += kBlock) {
             const int32_t count = std::min(kBlock, target.width - x0);
-            positions(x0, count, y, u, v);
-            sample(source, u, v, count, target.rows[y] + x0);
+            for (int32_t y = y0; y < std::min(y0 + kTileRows, target.height); ++y) {
+                positions(x0, count, y, u, v);
+                sample(source, u, v, count, target.rows[y] + x0);
+            }
         }
 }
 
