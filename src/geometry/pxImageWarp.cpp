@@ -60,6 +60,10 @@ bool floatWarpImagesValid(const tag_pxImage *source, tag_pxImage *const *target)
         PX_ERROR(kModule, PX_ERR_INVALID_ARGUMENT, "warp needs FLOAT source and target images with pixels");
         return false;
     }
+    if ((*target)->pixMap[0] == source->pixMap[0]) {
+        PX_ERROR(kModule, PX_ERR_INVALID_ARGUMENT, "warp target must not be the source");
+        return false;
+    }
     return true;
 }
 
@@ -101,6 +105,16 @@ bool denseSizesValid(const tag_pxImage *first, const tag_pxImage *second, const 
 
 const tag_pxImage *targetOrNull(tag_pxImage *const *target) {
     return target != nullptr ? *target : nullptr;
+}
+
+// Refuses a dense-warp target that shares its pixels with an image the warp reads while it writes.
+bool targetSeparate(const tag_pxImage *target, std::initializer_list<const tag_pxImage *> read) {
+    for (const tag_pxImage *image : read)
+        if (image->pixMap[0] == target->pixMap[0]) {
+            PX_ERROR(kModule, PX_ERR_INVALID_ARGUMENT, "dense warp target must not be the source or a map");
+            return false;
+        }
+    return true;
 }
 
 bool coversMaps(const tag_pxImage *image, const tag_pxImage *maps) {
@@ -177,6 +191,8 @@ uint32_t pxImageBilinearWarp(const tag_pxImage *source, const tag_pxImage *first
         PX_SEND_ERROR(kModule, PX_ERR_DENSE_WARP_SIZE);
         return 0;
     }
+    if (!targetSeparate(*target, {source, first, second}))
+        return 0;
     FIMAGE in, out, mapX, mapY;
     if (!pxImage2fimage(source, &in) || !pxImage2fimage(*target, &out) || !pxImage2fimage(first, &mapX) ||
         !pxImage2fimage(second, &mapY) || !bilinear_warp(in, out, mapX, mapY, -1.0f)) {
@@ -210,6 +226,8 @@ uint32_t pxImageBilinearWarpMasked(const tag_pxImage *source, const tag_pxImage 
                  "masked warp needs a third image and a mask as large as the maps");
         return 0;
     }
+    if (!targetSeparate(*target, {source, first, second, mask}))
+        return 0;
     FIMAGE in, out, mapX, mapY, kept;
     BIMAGE where;
     if (!pxImage2fimage(source, &in) || !pxImage2fimage(*target, &out) || !pxImage2fimage(first, &mapX) ||

@@ -261,4 +261,22 @@ TEST(BilinearWarpMasked, RefusesTypesSizesBordersAndSmallCompanions) {
     }
 }
 
+TEST(BilinearWarp, TargetSharingPixelsWithWhatItReadsIsRefused) {
+    DenseCase c(7, 7, 7, 7);
+    tag_pxImage *source = c.source.get();
+    tag_pxImage *first = c.first.get();
+    for (tag_pxImage **target : {&source, &first}) {
+        pxtest::LogCapture log;
+        EXPECT_EQ(0u, pxImageBilinearWarp(c.source.get(), c.first.get(), c.second.get(), target));
+        expectRefusal(log, PXENV_LOG_I, kInvalidArgument, kModule,
+                      "dense warp target must not be the source or a map");
+    }
+    // The masked form may write into its third image.
+    MaskedCase m(9, 9, 7, 7);
+    m.third = make(FLOAT, 7, 7, 3);
+    fillFloats(m.third.get(), 8);
+    tag_pxImage *third = m.third.get();
+    EXPECT_EQ(1u, m.run(&third));
+}
+
 } // namespace

@@ -432,4 +432,14 @@ TEST(TranslationWarp, AgreesWithOpenCvRemapInside) {
     EXPECT_GT(compareInterior(t, theirs, u, v, w, h, kSlope / 64.0f + 1e-3f), w * h / 2);
 }
 
+TEST(AffineWarp, TargetThatIsTheSourceIsRefused) {
+    Image source = make(FLOAT, 6, 6);
+    tag_pxImage *t = source.get();
+    float a[3] = {0.5f, 0, 0}, b[3] = {0, 0, 0};
+    pxtest::LogCapture log;
+    EXPECT_EQ(0u, pxImageAffineWarp(source.get(), a, b, 1.0f, &t));
+    expectRefusal(log, PXENV_LOG_I, kInvalidArgument, kModule, "warp target must not be the source");
+    EXPECT_EQ(0.5f, a[0]);
+}
+
 } // namespace
