@@ -379,7 +379,7 @@ PXIMAGE_API uint32_t pxImageTranslationWarpInt(const tag_pxImage *source, int32_
  * computed in single precision, with the interpolation rule and the invalid-pixel marker of
  * pxImageAffineWarp. Refused, writing nothing, unless |dx| < width - 1 and |dy| < height - 1 of the source
  * ("\n Warping transformation is too rought \n", code 0xC43D0003), and for images that are missing, not
- * FLOAT or without pixels. O(target pixels). */
+ * FLOAT or without pixels, or a target that is the source. O(target pixels). */
 PXIMAGE_API uint32_t pxImageTranslationWarp(const tag_pxImage *source, float dx, float dy, float scale,
                                             tag_pxImage **target);
 
@@ -391,17 +391,17 @@ PXIMAGE_API uint32_t pxImageTranslationWarp(const tag_pxImage *source, float dx,
  * u - j, then between them with v - i (so the last column and row use the clamped index and a weight of
  * 1); elsewhere it is pxImage_INVALID_PIXEL. Refused, writing nothing and leaving a and b unscaled, unless
  * the unscaled |a0| < width - 1 and |b0| < height - 1 of the source ("\n Warping transformation is too rought
- * \n", code 0xC43D0003), and for images that are missing, not FLOAT or without pixels, or null arrays.
- * O(target pixels). */
+ * \n", code 0xC43D0003), and for images that are missing, not FLOAT or without pixels, a target that is the
+ * source, or null arrays. O(target pixels). */
 PXIMAGE_API uint32_t pxImageAffineWarp(const tag_pxImage *source, float a[3], float b[3], float scale,
                                        tag_pxImage **target);
 
 /* Dense warp by two displacement maps, done by img_4_px's bilinear_warp with fill value -1.0: for every
  * pixel (x, y) of the maps, target(x, y) = the bilinear sample of the source at (x + first(x, y),
  * y + second(x, y)); target pixels beyond the maps are untouched. All four images FLOAT, else sendError
- * 0xC41A0018; maps of equal size and a target at least as large, else sendError 0xC41A0019; a missing image
- * or one without pixels is refused with code 0xC43D0003. The target's origType becomes the source's.
- * O(map pixels). */
+ * 0xC41A0018; maps of equal size and a target at least as large, else sendError 0xC41A0019; a missing image,
+ * one without pixels, or a target sharing its pixels with the source or a map is refused with code
+ * 0xC43D0003. The target's origType becomes the source's. O(map pixels). */
 PXIMAGE_API uint32_t pxImageBilinearWarp(const tag_pxImage *source, const tag_pxImage *first,
                                          const tag_pxImage *second, tag_pxImage **target);
 
@@ -410,8 +410,9 @@ PXIMAGE_API uint32_t pxImageBilinearWarp(const tag_pxImage *source, const tag_px
  * the source, it keeps the third image's value at the same position. Source, maps, third image and target
  * FLOAT and mask UBYTE, else sendError 0xC41A001A; the size rule of pxImageBilinearWarp (0xC41A0019); source
  * and target borders of at least 3, else sendError 0xC41A001B; third image and mask smaller than the maps,
- * or an image missing or without pixels, are refused with code 0xC43D0003. The target's origType becomes
- * the source's. O(map pixels). */
+ * an image missing or without pixels, or a target that is the source, a map or the mask, are refused with
+ * code 0xC43D0003 (the target may be the third image). The target's origType becomes the source's.
+ * O(map pixels). */
 PXIMAGE_API uint32_t pxImageBilinearWarpMasked(const tag_pxImage *source, const tag_pxImage *first,
                                                const tag_pxImage *second, const tag_pxImage *third,
                                                const tag_pxImage *mask, tag_pxImage **target);
