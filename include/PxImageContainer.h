@@ -113,7 +113,8 @@ class PXIMAGE_API PxImageContainer {
     bool Read(const char16_t *dir = nullptr);
 
     // The XML form: one element "PxImageContainer" with the attributes Tile, ImgGrabType, SetNum0, SetNum1,
-    // SetNum2 and Path. The images are not part of it. O(length).
+    // SetNum2 and Path. The images are not part of it. O(length). An empty text, with an invalid-argument
+    // report, when the directory cannot be written as XML (a null character or an unpaired surrogate).
     std::u16string toXMLString() const;
     // Applies an XML form: Tile, the grab type and set numbers (through SetPrefix) and Path. A missing
     // attribute reads as 0 (or an empty path); a malformed document or one without the element changes

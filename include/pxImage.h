@@ -638,6 +638,102 @@ PXIMAGE_API bool BlurByGaussianFilterUsingOpenCv(FIMAGE *image, int kernelSize, 
 extern "C" {
 #endif
 
+/* ==== Warps, de-interlacing and lens-distortion resampling ================================================== */
+
+/* ---- Warps (module pxImageWarp) ------------------------------------------------------------------------- */
+
+/* Value of a FLOAT warp result whose source position falls outside the source image: the largest finite
+ * float, 3.4028235e38 (bit pattern 0x7f7fffff), so that later stages can recognise it. */
+#define pxImage_INVALID_PIXEL 3.4028235e38f
+
+/* Integer shift: builds *target (the source's type, width and height, border 0, one plane) in which pixel
+ * (x, y) is source pixel (x + dx, y + dy) of plane 0 where that lies inside the image, else 0. UBYTE, SHORT,
+ * INT, FLOAT and DOUBLE; any other type is refused ("unsupported format for TranslationWarp", code
+ * 0xC43D0003) after the target was built and destroyed again. O(pixels), copies whole row segments. *target
+ * receives the image, or null on failure. */
+PXIMAGE_API uint32_t pxImageTranslationWarpInt(const tag_pxImage *source, int32_t dx, int32_t dy,
+                                               tag_pxImage **target);
+
+/* Sub-pixel shift of a FLOAT image into the existing FLOAT image *target (its own width and height drive
+ * the loops): target pixel (x, y) is the bilinear sample of the source at (x + dx * scale, y + dy * scale),
+ * computed in single precision, with the interpolation rule and the invalid-pixel marker of
+ * pxImageAffineWarp. Refused, writing nothing, unless |dx| < width - 1 and |dy| < height - 1 of the source
+ * ("\n Warping transformation is too rought \n", code 0xC43D0003), and for images that are missing, not
+ * FLOAT or without pixels, or a target that is the source. O(target pixels). */
+PXIMAGE_API uint32_t pxImageTranslationWarp(const tag_pxImage *source, float dx, float dy, float scale,
+                                            tag_pxImage **target);
+
+/* Affine resampling of a FLOAT image into the existing FLOAT image *target. a and b are offsets from the
+ * identity: after both arrays have been multiplied by scale IN PLACE (the caller's arrays hold a * scale and
+ * b * scale afterwards), target pixel (x, y) reads the source at u = a0 + x + a1 x + a2 y, v = b0 + y + b1 x
+ * + b2 y, in single precision. Inside [0, width - 1] x [0, height - 1] of the source the value is bilinear:
+ * i = min(floor(v), height - 2), j = min(floor(u), width - 2), top and bottom interpolated along the row with
+ * u - j, then between them with v - i (so the last column and row use the clamped index and a weight of
+ * 1); elsewhere it is pxImage_INVALID_PIXEL. Refused, writing nothing and leaving a and b unscaled, unless
+ * the unscaled |a0| < width - 1 and |b0| < height - 1 of the source ("\n Warping transformation is too rought
+ * \n", code 0xC43D0003), and for images that are missing, not FLOAT or without pixels, a target that is the
+ * source, or null arrays. O(target pixels). */
+PXIMAGE_API uint32_t pxImageAffineWarp(const tag_pxImage *source, float a[3], float b[3], float scale,
+                                       tag_pxImage **target);
+
+/* Dense warp by two displacement maps, done by img_4_px's bilinear_warp with fill value -1.0: for every
+ * pixel (x, y) of the maps, target(x, y) = the bilinear sample of the source at (x + first(x, y),
+ * y + second(x, y)); target pixels beyond the maps are untouched. All four images FLOAT, else sendError
+ * 0xC41A0018; maps of equal size and a target at least as large, else sendError 0xC41A0019; a missing image,
+ * one without pixels, or a target sharing its pixels with the source or a map is refused with code
+ * 0xC43D0003. The target's origType becomes the source's. O(map pixels). */
+PXIMAGE_API uint32_t pxImageBilinearWarp(const tag_pxImage *source, const tag_pxImage *first,
+                                         const tag_pxImage *second, tag_pxImage **target);
+
+/* Masked dense warp, done by img_4_px's bilinear_warp_masked: where the UBYTE mask is non-zero the target
+ * pixel is the bilinear sample as in pxImageBilinearWarp; where the mask is 0, or the sample falls outside
+ * the source, it keeps the third image's value at the same position. Source, maps, third image and target
+ * FLOAT and mask UBYTE, else sendError 0xC41A001A; the size rule of pxImageBilinearWarp (0xC41A0019); source
+ * and target borders of at least 3, else sendError 0xC41A001B; third image and mask smaller than the maps,
+ * an image missing or without pixels, or a target that is the source, a map or the mask, are refused with
+ * code 0xC43D0003 (the target may be the third image). The target's origType becomes the source's.
+ * O(map pixels). */
+PXIMAGE_API uint32_t pxImageBilinearWarpMasked(const tag_pxImage *source, const tag_pxImage *first,
+                                               const tag_pxImage *second, const tag_pxImage *third,
+                                               const tag_pxImage *mask, tag_pxImage **target);
+
+/* ---- De-interlacing (module pxImageDeInterlace) -------------------------------------------------------- */
+
+/* Splits plane 0 of an interlaced frame into its fields by copying whole rows: rows 0, 2, 4, ... into
+ * `even` (height h / 2 + h % 2) and rows 1, 3, ... into `odd` (height h / 2). Either field may be null, not
+ * both. The fields are existing images of the source's type and width; only their pixels are written
+ * (headers and margins untouched). Refusals through sendError, writing nothing: 0xC41A000C no field,
+ * 0xC41A000D a source type outside 1..8 or of size 0 (argument: the type), 0xC41A000E a field of another
+ * type, 0xC41A000F a field of the wrong size; an image without pixels or of negative size is refused with
+ * code 0xC43D0003. O(pixels). */
+PXIMAGE_API uint32_t pxImageDeInterlace(const tag_pxImage *source, tag_pxImage *even, tag_pxImage *odd);
+
+/* ---- Lens-distortion resampling (module pxImageFixAber) ------------------------------------------------ */
+
+/* Resamples plane 0 of a FLOAT image in place through the full lens model about the centre (cx, cy) (a
+ * negative value: width * 0.5 or height * 0.5): each output pixel averages n x n nearest-pixel samples, the
+ * sub-pixel (xs, ys) being read at xs + dx R + 2 p2 dx dy + p1 (r2 + 2 dx^2), ys + dy R + 2 p1 dx dy
+ * + p2 (r2 + 2 dy^2) with dx = xs - cx, dy = ys - cy, r2 = dx^2 + dy^2, R = (k3 r2^2 + k2 r2 + k1) r2, in
+ * double precision; an output pixel with any sample outside [0, width - 1) x [0, height - 1) is 0, so with
+ * all coefficients 0 and n = 1 the last column and row become 0. Stores the coefficients and the centre used
+ * in aberK1..aberCy. Other types, n outside 1..46340 (n * n must fit in 32 bits), non-finite arguments and
+ * an image without pixels are refused, leaving the image unchanged. O(pixels * n^2); allocates a temporary
+ * image of the same shape and exchanges its plane 0 with the image's. */
+PXIMAGE_API uint32_t pxImageAber(tag_pxImage *image, double k1, double k2, double k3, double p1, double p2,
+                                 double cx, double cy, int32_t n);
+
+/* Undoes the one-coefficient radial model r = u (1 + k u^2) on plane 0 in place: each output pixel at
+ * radius r from the centre (cx, cy) (negative: width * 0.5 or height * 0.5) is read bilinearly at radius u
+ * on the same ray, u from one Newton step of k u^3 + u = r per pixel, warm-started from the pixel above (and
+ * at the top of a column from the top of the previous column; the first from a root of the cubic), in double
+ * precision; outside [0, width - 1) x [0, height - 1) the pixel is 0. UBYTE and SHORT results are truncated,
+ * INT, FLOAT and DOUBLE rows are processed as 32-bit floats. The region of interest is narrowed to what stays
+ * valid; the aberration fields are not changed. k = 0 returns 1 at once; k < -1e-7 logs the warning
+ * "Possible division by 0!" (level 3) and goes on. A missing image, one without pixels, types of 1 or 2
+ * bytes other than UBYTE and SHORT, and non-finite k, cx or cy are refused with code 0xC43D0003, changing
+ * nothing. O(pixels); allocates a temporary image of the same shape. */
+PXIMAGE_API uint32_t pxImageFixAber(tag_pxImage *image, double k, double cx, double cy);
+
 #ifdef __cplusplus
 }
 #endif

@@ -5,8 +5,9 @@
 // element of the current level (or none, before the first), and the level's "parent" is the element whose
 // children form the level (the document itself at the top). AddElem adds an element after the current one
 // and makes it current; FindElem moves to the next element of the level with a given name; IntoElem and
-// OutOfElem move down and up a level. Attribute values may hold any character: quotes, ampersands, angle
-// brackets and non-ASCII text are escaped in the document text and come back unchanged.
+// OutOfElem move down and up a level. Attribute values and element text may hold any character: quotes,
+// ampersands, angle brackets, carriage returns, white space alone and non-ASCII text are escaped in the
+// document text where a parser would change them, and come back unchanged.
 #pragma once
 
 #include <memory>
@@ -25,12 +26,16 @@ class PXENV_API CMarkupSTL {
     // Parses `doc` and, when it is well-formed XML, replaces the document with it and moves to the top level
     // before the first element. O(length). False for a malformed text, which changes nothing: unclosed or
     // mismatched tags, unquoted attributes, no or several top-level elements, a null character, an unpaired
-    // surrogate, or a character reference to a surrogate or beyond U+10FFFF. The parser does not validate
-    // further: duplicate attributes and undeclared entities (kept as text) are accepted, text after the
-    // top-level element is dropped.
+    // surrogate, or a character reference to the null character, a surrogate or beyond U+10FFFF. The parser
+    // does not validate further: duplicate attributes and undeclared entities or unfinished references (kept
+    // as text) are accepted, text after the top-level element is dropped. Text that is only white space is
+    // kept when it is the whole content of an element ("<a> </a>") and dropped between elements
+    // (indentation); a line break in element text reads as a line feed.
     bool SetDoc(const std::u16string &doc);
     // The document as text, without an XML declaration and without added white space; empty for an empty
-    // document. O(size of the document).
+    // document. Characters a parser would change are written as character references (a carriage return as
+    // "&#13;"; tabs and line feeds in attribute values; white-space-only text beside child elements), so
+    // that SetDoc of the result gives back every value unchanged. O(size of the document).
     std::u16string GetDoc() const;
 
     // Adds an element `name` (with text content `data` when not empty) after the current element of the

@@ -67,6 +67,34 @@ IMG4PX_API int blur(FIMAGE image, int32_t window);
 IMG4PX_API int blurIgnoreSaturation(FIMAGE image, int32_t window, float saturationLevel, int32_t reserved1,
                                     int32_t reserved2, int32_t reserved3, int32_t reserved4);
 
+/* ---- Dense warps ----------------------------------------------------------------------------------------
+ * Both warps work over the extent of the two displacement maps (equal sizes): for every pixel (x, y) of the
+ * maps the source position is sx = x + first[y][x], sy = y + second[y][x] (single precision). The sample is
+ * inside when 0 <= sx <= width - 1 and 0 <= sy <= height - 1 of the source (NaN is outside); its value is
+ * bilinear in single precision: j = floor(sx), i = floor(sy), fu = sx - j, fv = sy - i, the right and lower
+ * neighbours clamped to the last column and row (so a sample on the last column or row is that pixel
+ * exactly and nothing outside the image is read), top = S[i][j] + (S[i][j'] - S[i][j]) fu, bottom likewise
+ * on row i', value = top + (bottom - top) fv. Target pixels beyond the maps are untouched. */
+
+/* target[y][x] = the sample, or `fill` where it is outside. Returns 1, or 0 writing nothing when the maps
+ * differ in size, the target is smaller than the maps, a size is below 1, or a row table or one of its rows
+ * is null. O(map pixels). */
+IMG4PX_API int bilinear_warp(FIMAGE source, FIMAGE target, FIMAGE first, FIMAGE second, float fill);
+
+/* Masked form, as a dense-matching pipeline refines a flow only where it is trusted: where mask[y][x] is
+ * non-zero, target[y][x] = the sample; where the mask is 0, or the sample is outside, target[y][x] =
+ * third[y][x] (the value the caller keeps). The target may be the third image itself. Returns 1, or 0
+ * writing nothing when the maps differ in size, the target, the third image or the mask is smaller than the
+ * maps, a size is below 1, or a row table or one of its rows is null. O(map pixels). */
+IMG4PX_API int bilinear_warp_masked(FIMAGE source, FIMAGE target, FIMAGE first, FIMAGE second, FIMAGE third,
+                                    BIMAGE mask);
+
+/* The target of either warp must not share pixels with the source or the maps. Both warps run eight columns
+ * at a time with AVX2 where the processor has it (same bits as the plain loop). Test hook: limits the
+ * instruction level of the warps to `level` (0 plain, 2 AVX2 where available, the default); returns the
+ * previous limit. */
+IMG4PX_API int img_4_px_limit_kernels(int level);
+
 #ifdef __cplusplus
 }
 #endif

@@ -4,7 +4,7 @@
 set -euo pipefail
 packages=(
   build-essential cmake pkg-config git clang libclang-rt-14-dev clang-format
-  libopencv-core-dev libopencv-imgproc-dev libopencv-imgcodecs-dev
+  libopencv-core-dev libopencv-imgproc-dev libopencv-imgcodecs-dev libopencv-calib3d-dev
   libpugixml-dev libcli11-dev libgtest-dev libgmock-dev libbenchmark-dev gcovr
   python3-dev pybind11-dev python3-numpy python3-pytest python3-scipy
 )

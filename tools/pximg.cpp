@@ -31,6 +31,7 @@ int main(int argc, char **argv) {
     pximg::addMarkCommands(app);
     pximg::addGeometryCommands(app);
     pximg::addPreprocCommands(app);
+    pximg::addWarpCommands(app);
     pximg::installLibraryLog();
     try {
         app.parse(argc, argv);

@@ -94,5 +94,6 @@ void addContainerCommands(CLI::App &app); // container write, container read
 void addMarkCommands(CLI::App &app);      // mark
 void addGeometryCommands(CLI::App &app);  // cut, pyramid, roi
 void addPreprocCommands(CLI::App &app);   // preproc, stereo-pair
+void addWarpCommands(CLI::App &app);      // warp, undistort, distort, deinterlace
 
 } // namespace pximg

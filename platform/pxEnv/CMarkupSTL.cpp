@@ -5,8 +5,15 @@
 
 #include <pugixml.hpp>
 
-#include <sstream>
+#include <algorithm>
+#include <cstring>
 #include <string>
+
+// Parsing keeps white-space-only text when it is the whole content of an element ("<a> </a>"), and drops it
+// between elements (indentation). References are decoded by this module (ReferenceDecoder), not by the
+// parser, which would cut a text at a reference to the null character and wrap references beyond 32 bits.
+constexpr unsigned int PARSE_OPTIONS =
+    (pugi::parse_default & ~pugi::parse_escapes) | pugi::parse_ws_pcdata_single;
 
 struct CMarkupSTL::Impl {
     pugi::xml_document doc;
@@ -49,21 +56,225 @@ bool isXmlName(const std::u16string &name) {
     return true;
 }
 
-// The document as UTF-8 text, without declaration and without added white space.
-std::string serialise(const pugi::xml_document &doc) {
-    std::ostringstream text;
-    doc.save(text, "", pugi::format_raw | pugi::format_no_declaration, pugi::encoding_utf8);
-    return text.str();
+// How a piece of text is written into the document text.
+enum class Escape {
+    Text,       // element text
+    WhiteSpace, // white-space-only element text beside other content of its element
+    Attribute,  // attribute value
+};
+
+// True when a character must be written as a character reference for a parser to give it back unchanged:
+// a parser reads a carriage return (with a line feed after it or not) as a line feed, reads tabs and line
+// breaks in attribute values as spaces, and drops white-space-only text beside other content of an element
+// (indentation). Other control characters are written as references for readability.
+bool needsReference(unsigned char c, Escape escape) {
+    if (c == '\t' || c == '\n')
+        return escape != Escape::Text;
+    if (c == ' ')
+        return escape == Escape::WhiteSpace;
+    return c < 0x20;
 }
 
-// True when a parsed document has exactly one top-level element and all its text is valid UTF-8 (a
-// character reference to a surrogate or beyond U+10FFFF decodes to bytes that are not).
-bool isWellFormed(const pugi::xml_document &doc) {
+void appendEscaped(std::string &out, const char *text, Escape escape) {
+    for (const char *p = text; *p != '\0'; ++p) {
+        const unsigned char c = static_cast<unsigned char>(*p);
+        if (c == '&')
+            out += "&amp;";
+        else if (c == '<')
+            out += "&lt;";
+        else if (c == '>')
+            out += "&gt;";
+        else if (c == '"' && escape == Escape::Attribute)
+            out += "&quot;";
+        else if (needsReference(c, escape))
+            out += "&#" + std::to_string(c) + ';';
+        else
+            out += *p;
+    }
+}
+
+bool isWhiteSpaceOnly(const char *text) {
+    return *text != '\0' && text[std::strspn(text, " \t\n\r")] == '\0';
+}
+
+// Element text (its white space escaped when the parser would drop it) or a CDATA section; the parse
+// options keep no other kind of content. A parsed CDATA section holds neither "]]>" nor a carriage return.
+void appendContent(std::string &out, const pugi::xml_node &node) {
+    if (node.type() == pugi::node_cdata) {
+        out += "<![CDATA[";
+        out += node.value();
+        out += "]]>";
+    } else if (node.type() == pugi::node_pcdata) {
+        const bool alone = !node.previous_sibling() && !node.next_sibling();
+        appendEscaped(out, node.value(),
+                      isWhiteSpaceOnly(node.value()) && !alone ? Escape::WhiteSpace : Escape::Text);
+    }
+}
+
+// "<name" and the attributes; the caller closes the tag.
+void appendStartTag(std::string &out, const pugi::xml_node &element) {
+    out += '<';
+    out += element.name();
+    for (const pugi::xml_attribute &attribute : element.attributes()) {
+        out += ' ';
+        out += attribute.name();
+        out += "=\"";
+        appendEscaped(out, attribute.value(), Escape::Attribute);
+        out += '"';
+    }
+}
+
+// The document as UTF-8 text, without declaration and without added white space, escaped so that parsing
+// it gives back every text and attribute value unchanged. Walks the tree without recursion, so that the
+// depth of a document is bounded by memory only, as in the parser.
+std::string serialise(const pugi::xml_document &doc) {
+    std::string out;
+    pugi::xml_node node = doc.first_child();
+    while (node) {
+        if (node.type() == pugi::node_element) {
+            appendStartTag(out, node);
+            if (node.first_child()) {
+                out += '>';
+                node = node.first_child();
+                continue;
+            }
+            out += "/>";
+        } else {
+            appendContent(out, node);
+        }
+        for (; !node.next_sibling() && node.parent() != doc; node = node.parent()) {
+            out += "</";
+            out += node.parent().name();
+            out += '>';
+        }
+        node = node.next_sibling();
+    }
+    return out;
+}
+
+// Appends the UTF-8 form of a code point below U+110000 that is not a surrogate.
+void appendUtf8(std::string &out, uint32_t point) {
+    if (point < 0x80) {
+        out += static_cast<char>(point);
+        return;
+    }
+    const int continuations = point < 0x800 ? 1 : point < 0x10000 ? 2 : 3;
+    static const unsigned char LEAD[] = {0, 0xC0, 0xE0, 0xF0};
+    out += static_cast<char>(LEAD[continuations] | point >> (6 * continuations));
+    for (int i = continuations - 1; i >= 0; --i)
+        out += static_cast<char>(0x80 | ((point >> (6 * i)) & 0x3F));
+}
+
+int digitValue(char c, bool hex) {
+    if (c >= '0' && c <= '9')
+        return c - '0';
+    if (hex && c >= 'a' && c <= 'f')
+        return c - 'a' + 10;
+    if (hex && c >= 'A' && c <= 'F')
+        return c - 'A' + 10;
+    return -1;
+}
+
+enum class Reference {
+    Decoded, // a reference to a character XML can hold
+    Text,    // not a complete reference: stays as written
+    Invalid, // a reference to the null character, a surrogate, or beyond U+10FFFF
+};
+
+// Reads the character reference "&#digits;" or "&#xhexdigits;" at `text`, which starts with "&#": its length
+// and code point.
+Reference readCharacterReference(const char *text, size_t &length, uint32_t &point) {
+    const bool hex = text[2] == 'x';
+    const size_t first = hex ? 3 : 2;
+    size_t end = first;
+    uint32_t value = 0;
+    for (int digit; (digit = digitValue(text[end], hex)) >= 0; ++end) // capped: no wrap-around
+        value = std::min<uint32_t>(value * (hex ? 16 : 10) + static_cast<uint32_t>(digit), 0x110000);
+    if (end == first || text[end] != ';')
+        return Reference::Text;
+    length = end + 1;
+    point = value;
+    const bool holdable = value != 0 && value < 0x110000 && (value < 0xD800 || value >= 0xE000);
+    return holdable ? Reference::Decoded : Reference::Invalid;
+}
+
+// The character of a predefined entity ("lt;" ... after the '&') and its length; 0 for any other text.
+char predefinedEntity(const char *text, size_t &length) {
+    static const struct {
+        const char *name;
+        char value;
+    } ENTITIES[] = {{"lt;", '<'}, {"gt;", '>'}, {"amp;", '&'}, {"apos;", '\''}, {"quot;", '"'}};
+    for (const auto &entity : ENTITIES) {
+        length = std::strlen(entity.name);
+        if (std::strncmp(text, entity.name, length) == 0)
+            return entity.value;
+    }
+    return 0;
+}
+
+// Reads the reference at `text`, which starts with '&': a character reference or a predefined entity; Text
+// for anything else, whose '&' stays as written, as an undeclared entity does.
+Reference readReference(const char *text, size_t &length, uint32_t &point) {
+    if (text[1] == '#')
+        return readCharacterReference(text, length, point);
+    const char value = predefinedEntity(text + 1, length);
+    if (value == 0)
+        return Reference::Text;
+    point = static_cast<unsigned char>(value);
+    length += 1;
+    return Reference::Decoded;
+}
+
+// Decodes the references of a parsed text or attribute value. False for a reference to a character XML
+// cannot hold.
+bool decodeReferences(const char *text, std::string &out) {
+    out.clear();
+    for (size_t i = 0; text[i] != '\0';) {
+        size_t length = 0;
+        uint32_t point = 0;
+        const Reference reference = text[i] == '&' ? readReference(text + i, length, point) : Reference::Text;
+        if (reference == Reference::Invalid)
+            return false;
+        if (reference == Reference::Text) {
+            out += text[i++];
+        } else {
+            appendUtf8(out, point);
+            i += length;
+        }
+    }
+    return true;
+}
+
+// Decodes the references of every text and attribute value of a parsed document in place (the parser's tree
+// walk is iterative). Stops, returning false, at a reference to a character XML cannot hold.
+class ReferenceDecoder : public pugi::xml_tree_walker {
+  public:
+    bool for_each(pugi::xml_node &node) override {
+        if (node.type() == pugi::node_pcdata && !decodeInPlace(node))
+            return false;
+        for (pugi::xml_attribute attribute : node.attributes())
+            if (!decodeInPlace(attribute))
+                return false;
+        return true;
+    }
+
+  private:
+    // A node's text or an attribute's value, decoded when it holds an '&'.
+    template <typename Item> bool decodeInPlace(Item &item) {
+        return std::strchr(item.value(), '&') == nullptr ||
+               (decodeReferences(item.value(), decoded_) && item.set_value(decoded_.c_str()));
+    }
+    std::string decoded_;
+};
+
+// True when a parsed document has exactly one top-level element and every reference in it was decoded to a
+// character XML can hold.
+bool isWellFormed(pugi::xml_document &doc) {
     int elements = 0;
     for (pugi::xml_node node = doc.first_child(); node; node = node.next_sibling())
         elements += node.type() == pugi::node_element ? 1 : 0;
-    std::u16string unused;
-    return elements == 1 && pxenv::utf8ToUtf16(serialise(doc), unused);
+    ReferenceDecoder decoder;
+    return elements == 1 && doc.traverse(decoder);
 }
 
 // A valid XML name in its UTF-8 form; false when it is not one.
@@ -84,7 +295,7 @@ bool CMarkupSTL::SetDoc(const std::u16string &doc) {
     if (!toUtf8(doc, utf8))
         return false;
     pugi::xml_document parsed;
-    if (!parsed.load_buffer(utf8.data(), utf8.size(), pugi::parse_default, pugi::encoding_utf8) ||
+    if (!parsed.load_buffer(utf8.data(), utf8.size(), PARSE_OPTIONS, pugi::encoding_utf8) ||
         !isWellFormed(parsed))
         return false;
     impl_->doc.reset(parsed);

@@ -480,7 +480,11 @@ std::u16string PxImageContainer::toXMLString() const {
     xml.AddAttrib(u"SetNum0", decimalText(SetNum0));
     xml.AddAttrib(u"SetNum1", decimalText(SetNum1));
     xml.AddAttrib(u"SetNum2", decimalText(SetNum2));
-    xml.AddAttrib(u"Path", directory);
+    if (!xml.AddAttrib(u"Path", directory)) {
+        PX_ERROR(MODULE, PX_ERR_INVALID_ARGUMENT, "%s",
+                 "Path cannot be written as XML (null character or unpaired surrogate)");
+        return std::u16string();
+    }
     return xml.GetDoc();
 }
 

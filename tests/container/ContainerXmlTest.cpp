@@ -5,6 +5,7 @@
 #include <string>
 
 #include "container/ContainerTestUtil.h"
+#include "support/LogCapture.h"
 
 namespace {
 
@@ -48,6 +49,45 @@ TEST(ContainerXml, RoundTrip) {
     EXPECT_EQ(c.GetDir(), back.GetDir());
 }
 
+TEST(ContainerXml, PathsOfWhiteSpaceAndLineBreaksRoundTrip) {
+    for (const char16_t *path : {u" ", u"\r", u"a\r\nb", u"\t\n", u"  x  "}) {
+        TestContainer c;
+        c.SetDir(path);
+        TestContainer back;
+        back.fromXMLString(c.toXMLString());
+        EXPECT_EQ(c.GetDir(), back.GetDir()) << pxtest::narrow(path);
+    }
+}
+
+// A path that XML cannot hold is reported and gives no XML form at all, rather than one without the path.
+void expectUnencodablePath(const std::u16string &path) {
+    TestContainer c;
+    c.SetPrefix(7, grab(24), 9, 3, 0).SetDir(path);
+    pxtest::LogCapture log;
+    EXPECT_EQ(u"", c.toXMLString());
+    ASSERT_EQ(1u, log.records().size());
+    const pxtest::LogRecord &r = log.records()[0];
+    EXPECT_EQ(PXENV_LOG_I, r.kind);
+    EXPECT_EQ(5, r.level);
+    EXPECT_EQ(0xC43D0003u, r.code);
+    EXPECT_EQ("PxImageContainer", r.module);
+    EXPECT_EQ(__DATE__, r.date);
+    EXPECT_EQ("Path cannot be written as XML (null character or unpaired surrogate)", r.text);
+}
+
+TEST(ContainerXml, PathWithANullCharacterIsReported) {
+    std::u16string path = u"dir";
+    path += u'\0';
+    path += u"x";
+    expectUnencodablePath(path);
+}
+
+TEST(ContainerXml, PathWithAnUnpairedSurrogateIsReported) {
+    expectUnencodablePath(std::u16string(1, char16_t(0xD800)));
+    expectUnencodablePath(u"a" + std::u16string(1, char16_t(0xDC00)) + u"b");
+    expectUnencodablePath(u"a" + std::u16string(1, char16_t(0xD83D)));
+}
+
 TEST(ContainerXml, SetNumbersGoThroughSetPrefix) {
     TestContainer c;
     EXPECT_EQ(0,
@@ -86,7 +126,8 @@ TEST(ContainerXml, MalformedOrMissingElementChangesNothing) {
     c.SetPrefix(7, grab(24), 9, 3, 4).SetDir(u"keep");
     const std::u16string before = c.toXMLString();
     for (const char16_t *text : {u"", u"<PxImageContainer Tile=\"1\"", u"<PxImageContainer Tile=1/>",
-                                 u"<Other Tile=\"1\"/>", u"<root><PxImageContainer Tile=\"1\"/></root>"}) {
+                                 u"<Other Tile=\"1\"/>", u"<root><PxImageContainer Tile=\"1\"/></root>",
+                                 u"<PxImageContainer Tile=\"1\" Path=\"a&#0;b\"/>"}) {
         EXPECT_EQ(0, c.fromXMLString(text));
         EXPECT_EQ(before, c.toXMLString()) << pxtest::narrow(text);
     }

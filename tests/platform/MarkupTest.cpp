@@ -50,6 +50,92 @@ TEST(MarkupDocument, SpecialCharactersSurviveARoundTrip) {
     EXPECT_EQ(u"a < b & \"c\"", back.GetData());
 }
 
+// Element text goes through the document text unchanged, whatever characters it holds.
+void expectTextRoundTrip(const std::u16string &data) {
+    CMarkupSTL xml;
+    ASSERT_TRUE(xml.AddElem(u"e", data));
+    CMarkupSTL back;
+    ASSERT_TRUE(back.SetDoc(xml.GetDoc()));
+    ASSERT_TRUE(back.FindElem(u"e"));
+    EXPECT_EQ(data, back.GetData());
+    EXPECT_EQ(xml.GetDoc(), back.GetDoc());
+}
+
+TEST(MarkupDocument, CarriageReturnsInTextAreWrittenAsReferences) {
+    CMarkupSTL xml;
+    ASSERT_TRUE(xml.AddElem(u"e", u"a\rb\r\nc\r"));
+    EXPECT_EQ(u"<e>a&#13;b&#13;\nc&#13;</e>", xml.GetDoc());
+    expectTextRoundTrip(u"a\rb\r\nc\r");
+    expectTextRoundTrip(u"\r\n");
+}
+
+TEST(MarkupDocument, WhiteSpaceOnlyTextSurvivesARoundTrip) {
+    for (const char16_t *data : {u" ", u"  ", u"\t", u"\n", u"\r", u" \r\n\t "})
+        expectTextRoundTrip(data);
+    CMarkupSTL xml;
+    ASSERT_TRUE(xml.AddElem(u"e", u"  "));
+    EXPECT_EQ(u"<e>  </e>", xml.GetDoc());
+}
+
+TEST(MarkupDocument, EveryCharacterOfTextSurvivesARoundTrip) {
+    std::u16string data;
+    for (char16_t c = 1; c < 0x80; ++c)
+        data += c;
+    data += u"\u00E4\u2713\U0001D11E\uFFFD\uFFFF";
+    expectTextRoundTrip(data);
+    expectTextRoundTrip(u" leading and trailing ");
+}
+
+TEST(MarkupDocument, WhiteSpaceTextBesideChildElementsSurvivesARoundTrip) {
+    CMarkupSTL xml;
+    ASSERT_TRUE(xml.AddElem(u"r", u" \n "));
+    ASSERT_TRUE(xml.IntoElem());
+    ASSERT_TRUE(xml.AddElem(u"c", u"\t"));
+    CMarkupSTL back;
+    ASSERT_TRUE(back.SetDoc(xml.GetDoc()));
+    ASSERT_TRUE(back.FindElem(u"r"));
+    EXPECT_EQ(u" \n ", back.GetData());
+    ASSERT_TRUE(back.IntoElem());
+    ASSERT_TRUE(back.FindElem(u"c"));
+    EXPECT_EQ(u"\t", back.GetData());
+}
+
+TEST(MarkupDocument, IndentationBetweenElementsIsNotText) {
+    CMarkupSTL xml;
+    ASSERT_TRUE(xml.SetDoc(u"\n<r>\n  <a> </a>\n  <b>\r\n</b>\n  <c>&#32;<d/></c>\n</r>\n"));
+    EXPECT_EQ(u"<r><a> </a><b>\n</b><c>&#32;<d/></c></r>", xml.GetDoc());
+    ASSERT_TRUE(xml.FindElem(u"r"));
+    EXPECT_EQ(u"", xml.GetData());
+    ASSERT_TRUE(xml.IntoElem());
+    ASSERT_TRUE(xml.FindElem(u"a"));
+    EXPECT_EQ(u" ", xml.GetData());
+    ASSERT_TRUE(xml.FindElem(u"b"));
+    EXPECT_EQ(u"\n", xml.GetData()) << "a line break in the document text is read as a line feed";
+    ASSERT_TRUE(xml.FindElem(u"c"));
+    EXPECT_EQ(u" ", xml.GetData());
+}
+
+TEST(MarkupDocument, CDataSectionsAreKept) {
+    CMarkupSTL xml;
+    ASSERT_TRUE(xml.SetDoc(u"<r>x<![CDATA[ <&> ]]></r>"));
+    EXPECT_EQ(u"<r>x<![CDATA[ <&> ]]></r>", xml.GetDoc());
+    ASSERT_TRUE(xml.FindElem(u"r"));
+    EXPECT_EQ(u"x", xml.GetData());
+}
+
+TEST(MarkupDocument, DeepDocumentsAreWrittenWithoutRecursion) {
+    const int depth = 200000;
+    std::u16string text;
+    for (int i = 0; i < depth; ++i)
+        text += u"<a>";
+    text += u"x";
+    for (int i = 0; i < depth; ++i)
+        text += u"</a>";
+    CMarkupSTL xml;
+    ASSERT_TRUE(xml.SetDoc(text));
+    EXPECT_EQ(text, xml.GetDoc());
+}
+
 TEST(MarkupDocument, MalformedDocumentChangesNothing) {
     CMarkupSTL xml;
     ASSERT_TRUE(xml.SetDoc(u"<root a=\"1\"><child b=\"2\"/></root>"));
@@ -78,6 +164,45 @@ TEST(MarkupDocument, SeveralRootsNullCharactersAndBadReferencesAreMalformed) {
         EXPECT_FALSE(xml.SetDoc(bad));
         EXPECT_EQ(u"<root a=\"1\"/>", xml.GetDoc());
     }
+}
+
+TEST(MarkupDocument, ReferencesToANullCharacterAreMalformed) {
+    CMarkupSTL xml;
+    ASSERT_TRUE(xml.SetDoc(u"<root a=\"1\"/>"));
+    for (const char16_t *bad : {u"<a>&#0;x</a>", u"<a>x&#x0;</a>", u"<a b=\"a&#0;b\"/>", u"<a b=\"&#x00;\"/>",
+                                u"<a>&#4294967296;</a>", u"<a>&#x100000000;</a>"}) {
+        EXPECT_FALSE(xml.SetDoc(bad)) << std::string(bad, bad + std::char_traits<char16_t>::length(bad));
+        EXPECT_EQ(u"<root a=\"1\"/>", xml.GetDoc());
+    }
+}
+
+TEST(MarkupDocument, ReferencesBeyondUnicodeAreMalformedHoweverLong) {
+    CMarkupSTL xml;
+    for (const char16_t *bad : {u"<a>&#1114112;</a>", u"<a>&#4294967361;</a>", u"<a b=\"&#x100000041;\"/>",
+                                u"<a>&#99999999999999999999999999;</a>", u"<a>&#xDFFF;</a>"})
+        EXPECT_FALSE(xml.SetDoc(bad)) << std::string(bad, bad + std::char_traits<char16_t>::length(bad));
+}
+
+TEST(MarkupDocument, ReferencesAreDecodedInTextAndAttributes) {
+    CMarkupSTL xml;
+    ASSERT_TRUE(xml.SetDoc(u"<a b=\"&lt;&gt;&amp;&apos;&quot;&#65;&#x42;&#X43;&#x1D11E;&#1114111;\">"
+                           u"&lt;&gt;&amp;&apos;&quot;&#65;&#x42;&#x1d11e;</a>"));
+    ASSERT_TRUE(xml.FindElem(u"a"));
+    EXPECT_EQ(u"<>&'\"AB&#X43;\U0001D11E\U0010FFFF", xml.GetAttrib(u"b"));
+    EXPECT_EQ(u"<>&'\"AB\U0001D11E", xml.GetData());
+}
+
+TEST(MarkupDocument, UnknownEntitiesAndUnfinishedReferencesStayText) {
+    CMarkupSTL xml;
+    ASSERT_TRUE(xml.SetDoc(u"<a b=\"&foo;&#65&#;&#x;&#x4G;&\">&bar;&#66 &lt&amp</a>"));
+    ASSERT_TRUE(xml.FindElem(u"a"));
+    EXPECT_EQ(u"&foo;&#65&#;&#x;&#x4G;&", xml.GetAttrib(u"b"));
+    EXPECT_EQ(u"&bar;&#66 &lt&amp", xml.GetData());
+    CMarkupSTL back;
+    ASSERT_TRUE(back.SetDoc(xml.GetDoc()));
+    ASSERT_TRUE(back.FindElem(u"a"));
+    EXPECT_EQ(xml.GetAttrib(u"b"), back.GetAttrib(u"b"));
+    EXPECT_EQ(xml.GetData(), back.GetData());
 }
 
 TEST(MarkupBuild, NullCharactersAreRefusedNotCut) {
