@@ -1,6 +1,7 @@
-// Warps, de-interlacing and lens-distortion resampling beside the closest OpenCV function (one thread, and
-// OpenCV's default threads as a second row: argument `threads` 1 or 0) and beside memcpy for the copies.
-// 2048 x 2048 FLOAT pixels, 256 x 256 in smoke mode (PXIMAGE_BENCH_SMOKE).
+// Warps, de-interlacing and lens-distortion resampling beside the closest OpenCV function and beside memcpy
+// for the copies; rows named warp/<variant>/<case> (bench/BenchSupport.h). The OpenCV rows
+// "...WithMapsReady" time the remap alone, with its maps computed once outside the loop. 2048 x 2048 FLOAT
+// pixels, 256 x 256 in smoke mode (PXIMAGE_BENCH_SMOKE).
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
@@ -12,12 +13,13 @@
 #endif
 #include <opencv2/imgproc.hpp>
 
+#include "BenchSupport.h"
 #include "pxImage.h"
 
 namespace {
 
 int benchSize() {
-    return std::getenv("PXIMAGE_BENCH_SMOKE") ? 256 : 2048;
+    return pxbench::smoke() ? 256 : 2048;
 }
 
 // A FLOAT image of smooth contents with a border of 3 (the masked warp's minimum), and its OpenCV view.
@@ -49,9 +51,24 @@ class Frame {
     tag_pxImage *image_ = nullptr;
 };
 
-// OpenCV with one thread (argument 1) or its default threads (argument 0).
-void useThreads(const benchmark::State &state) {
-    cv::setNumThreads(state.range(0) == 1 ? 1 : -1);
+void ms(benchmark::internal::Benchmark *b) {
+    b->Unit(benchmark::kMillisecond);
+}
+
+// Registers an ours row, or the OpenCV rows (opencv1, and opencvN when asked for), with millisecond units.
+bool ours(const char *name, void (*body)(benchmark::State &), int arg = -1) {
+    benchmark::internal::Benchmark *b = pxbench::ours("warp", name, body)->Apply(ms);
+    if (arg >= 0)
+        b->Arg(arg);
+    return true;
+}
+bool openCv(const char *name, void (*body)(benchmark::State &), int arg = -1) {
+    pxbench::forEach(pxbench::openCv("warp", name, body), [arg](benchmark::internal::Benchmark *b) {
+        b->Apply(ms);
+        if (arg >= 0)
+            b->Arg(arg);
+    });
+    return true;
 }
 
 void report(benchmark::State &state, size_t bytes) {
@@ -72,10 +89,9 @@ void BM_PxAffineWarp(benchmark::State &state) {
     }
     report(state, source.bytes());
 }
-BENCHMARK(BM_PxAffineWarp)->Unit(benchmark::kMillisecond);
+const bool kAffineWarp = ours("AffineWarp", BM_PxAffineWarp);
 
 void BM_CvWarpAffine(benchmark::State &state) {
-    useThreads(state);
     Frame source;
     cv::Mat out;
     const cv::Matx23f m(1.0f + kA[1], kA[2], kA[0], kB[1], 1.0f + kB[2], kB[0]);
@@ -85,7 +101,7 @@ void BM_CvWarpAffine(benchmark::State &state) {
     }
     report(state, source.bytes());
 }
-BENCHMARK(BM_CvWarpAffine)->ArgName("threads")->Arg(1)->Arg(0)->Unit(benchmark::kMillisecond);
+const bool kCvAffineWarp = openCv("AffineWarp", BM_CvWarpAffine);
 
 // Displacement maps of a smooth flow of up to 3 pixels.
 struct Flow {
@@ -116,10 +132,9 @@ void BM_PxBilinearWarp(benchmark::State &state) {
     }
     report(state, source.bytes());
 }
-BENCHMARK(BM_PxBilinearWarp)->Unit(benchmark::kMillisecond);
+const bool kBilinearWarp = ours("BilinearWarp", BM_PxBilinearWarp);
 
 void BM_CvRemapLinear(benchmark::State &state) {
-    useThreads(state);
     Frame source;
     Flow flow;
     cv::Mat out;
@@ -129,7 +144,7 @@ void BM_CvRemapLinear(benchmark::State &state) {
     }
     report(state, source.bytes());
 }
-BENCHMARK(BM_CvRemapLinear)->ArgName("threads")->Arg(1)->Arg(0)->Unit(benchmark::kMillisecond);
+const bool kCvBilinearWarp = openCv("BilinearWarp", BM_CvRemapLinear);
 
 // ---- Lens distortion --------------------------------------------------------------------------------------
 
@@ -148,7 +163,7 @@ void BM_PxFixAber(benchmark::State &state) {
     }
     report(state, image.bytes());
 }
-BENCHMARK(BM_PxFixAber)->Unit(benchmark::kMillisecond);
+const bool kFixAber = ours("FixAber", BM_PxFixAber);
 
 #if defined(PXIMAGE_BENCH_HAVE_CALIB3D)
 // The same model for OpenCV: unit focal length, so that normalised coordinates are pixels about the centre.
@@ -160,7 +175,6 @@ struct Camera {
 };
 
 void BM_CvUndistort(benchmark::State &state) {
-    useThreads(state);
     Frame source;
     const Camera camera;
     cv::Mat out;
@@ -170,10 +184,9 @@ void BM_CvUndistort(benchmark::State &state) {
     }
     report(state, source.bytes());
 }
-BENCHMARK(BM_CvUndistort)->ArgName("threads")->Arg(1)->Arg(0)->Unit(benchmark::kMillisecond);
+const bool kCvFixAber = openCv("FixAber", BM_CvUndistort);
 
 void BM_CvRemapPrecomputedUndistort(benchmark::State &state) {
-    useThreads(state);
     Frame source;
     const Camera camera;
     cv::Mat mapX, mapY, out;
@@ -185,7 +198,7 @@ void BM_CvRemapPrecomputedUndistort(benchmark::State &state) {
     }
     report(state, source.bytes());
 }
-BENCHMARK(BM_CvRemapPrecomputedUndistort)->ArgName("threads")->Arg(1)->Arg(0)->Unit(benchmark::kMillisecond);
+const bool kCvFixAberMapsReady = openCv("FixAberWithMapsReady", BM_CvRemapPrecomputedUndistort);
 #endif
 
 void BM_PxAber(benchmark::State &state) {
@@ -197,10 +210,10 @@ void BM_PxAber(benchmark::State &state) {
     }
     report(state, image.bytes());
 }
-BENCHMARK(BM_PxAber)->ArgName("n")->Arg(1)->Arg(2)->Unit(benchmark::kMillisecond);
+const bool kAber1 = ours("Aber", BM_PxAber, 1);
+const bool kAber2 = ours("Aber", BM_PxAber, 2);
 
 void BM_CvRemapNearestDistort(benchmark::State &state) {
-    useThreads(state);
     Frame source;
     const int size = benchSize();
     const double c = size * 0.5, k = lensK();
@@ -217,13 +230,12 @@ void BM_CvRemapNearestDistort(benchmark::State &state) {
     }
     report(state, source.bytes());
 }
-BENCHMARK(BM_CvRemapNearestDistort)->ArgName("threads")->Arg(1)->Arg(0)->Unit(benchmark::kMillisecond);
+const bool kCvAberMapsReady = openCv("AberWithMapsReady", BM_CvRemapNearestDistort, 1);
 
 #if defined(PXIMAGE_BENCH_HAVE_CALIB3D)
 // The like-for-like of pxImageAber with n = 1: the maps of the forward model computed on every call (as
 // pxImageAber computes its positions), then the nearest-pixel remap.
 void BM_CvModelMapsAndRemapNearest(benchmark::State &state) {
-    useThreads(state);
     Frame source;
     const Camera camera;
     cv::Mat mapX, mapY, out;
@@ -235,7 +247,7 @@ void BM_CvModelMapsAndRemapNearest(benchmark::State &state) {
     }
     report(state, source.bytes());
 }
-BENCHMARK(BM_CvModelMapsAndRemapNearest)->ArgName("threads")->Arg(1)->Arg(0)->Unit(benchmark::kMillisecond);
+const bool kCvAber = openCv("Aber", BM_CvModelMapsAndRemapNearest, 1);
 #endif
 
 // ---- Copies
@@ -250,7 +262,7 @@ void BM_PxTranslationWarpInt(benchmark::State &state) {
     }
     report(state, source.bytes());
 }
-BENCHMARK(BM_PxTranslationWarpInt)->Unit(benchmark::kMillisecond);
+const bool kTranslationWarpInt = ours("TranslationWarpInt", BM_PxTranslationWarpInt);
 
 void BM_PxDeInterlace(benchmark::State &state) {
     Frame source, even(FLOAT, benchSize() / 2), odd(FLOAT, benchSize() / 2);
@@ -260,7 +272,7 @@ void BM_PxDeInterlace(benchmark::State &state) {
     }
     report(state, source.bytes());
 }
-BENCHMARK(BM_PxDeInterlace)->Unit(benchmark::kMillisecond);
+const bool kDeInterlace = ours("DeInterlace", BM_PxDeInterlace);
 
 void BM_MemcpyFrame(benchmark::State &state) {
     const size_t bytes = sizeof(float) * static_cast<size_t>(benchSize()) * benchSize();
@@ -272,6 +284,6 @@ void BM_MemcpyFrame(benchmark::State &state) {
     }
     report(state, bytes);
 }
-BENCHMARK(BM_MemcpyFrame)->Unit(benchmark::kMillisecond);
+const bool kMemcpy = pxbench::memcpyRow("warp", "", BM_MemcpyFrame)->Apply(ms) != nullptr;
 
 } // namespace

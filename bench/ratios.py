@@ -82,11 +82,11 @@ def main(argv):
         print(__doc__.strip(), file=sys.stderr)
         return 2
     times = {}
-    document = {}
+    contexts = []
     for path in argv[1:]:
         with open(path, encoding="utf-8") as f:
             loaded = json.load(f)
-        document = document or loaded
+        contexts.append(loaded.get("context", {}))
         for name, time in row_times(loaded).items():
             times.setdefault(name, time)
     rows = ratio_rows(times)
@@ -101,10 +101,11 @@ def main(argv):
         cells += [text(cvn)] if with_default else []
         cells += [text(mem)]
         print("| " + " | ".join(cells) + " |")
-    context = document.get("context", {})
-    print(f"\n{context.get('date', '')}, {context.get('num_cpus', '?')} CPUs at "
-          f"{context.get('mhz_per_cpu', '?')} MHz, load average "
-          f"{', '.join(f'{v:.1f}' for v in context.get('load_avg', []))}")
+    print()
+    for context in contexts:
+        print(f"{context.get('date', '')}, {context.get('num_cpus', '?')} CPUs at "
+              f"{context.get('mhz_per_cpu', '?')} MHz, load average "
+              f"{', '.join(f'{v:.1f}' for v in context.get('load_avg', []))}")
     return 0
 
 
