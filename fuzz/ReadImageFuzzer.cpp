@@ -27,6 +27,8 @@ const std::u16string &scratchPath() {
 bool writeScratch(const uint8_t *data, size_t size) {
     const std::u16string &wide = scratchPath();
     const std::string path(wide.begin(), wide.end());
+    // A new file for every input: truncating the old one in place waits on the file system for milliseconds.
+    unlink(path.c_str());
     FILE *f = fopen(path.c_str(), "wb");
     if (f == nullptr)
         return false;
