@@ -24,25 +24,25 @@
 extern "C" {
 #endif
 
-/* ==== Pixel types ========================================================================================= */
+/* ==== Pixel types ======================================================================================= */
 
 /* Pixel type codes. CBIT, CSHORT and SHORT12 are file encodings; in memory they are held as UBYTE or SHORT.
  * Type 0 as an argument means "the source's type". */
 enum pxImagePixelType {
-    CBIT = 1,    /* bi-level data of a CBIT file, 1 byte */
-    UBYTE = 2,   /* unsigned 8-bit */
-    SHORT = 3,   /* unsigned 16-bit */
-    CSHORT = 4,  /* compressed 16-bit file data, 2 bytes */
-    INT = 5,     /* signed 32-bit */
-    FLOAT = 6,   /* 32-bit IEEE float */
-    DOUBLE = 7,  /* 64-bit IEEE float */
-    SHORT12 = 8  /* 12-bit samples held in 16 bits */
+    CBIT = 1,   /* bi-level data of a CBIT file, 1 byte */
+    UBYTE = 2,  /* unsigned 8-bit */
+    SHORT = 3,  /* unsigned 16-bit */
+    CSHORT = 4, /* compressed 16-bit file data, 2 bytes */
+    INT = 5,    /* signed 32-bit */
+    FLOAT = 6,  /* 32-bit IEEE float */
+    DOUBLE = 7, /* 64-bit IEEE float */
+    SHORT12 = 8 /* 12-bit samples held in 16 bits */
 };
 
 /* Largest frame size accepted for origWidth and origHeight (one more than the largest image width). */
 #define pxImage_MAX_SIZE 10000
 
-/* ==== The image record ==================================================================================== */
+/* ==== The image record ================================================================================== */
 
 /* A pixel map: row pointers over one contiguous plane, addressed map[y][x] with y in [-border,
  * height+border) and x in [-border, width+border). Cast to the pixel type's row type (float ** etc.). */
@@ -78,7 +78,7 @@ typedef struct tag_pxImage {
     int32_t refCount;              /* outstanding references; changed only atomically */
 } tag_pxImage;
 
-/* ==== Record and lifecycle (module pxImage) =============================================================== */
+/* ==== Record and lifecycle (module pxImage) ============================================================= */
 
 /* Builds a record of the given type (0 allowed: pixels of size 0), size 1..9999, border 0..999 and 1..9
  * planes, with zero-filled pixel maps and default metadata. O(pixels). *image receives the record
@@ -138,7 +138,7 @@ PXIMAGE_API uint32_t pxImagePixMapDestruct(pxImagePixMap *map, int32_t type, int
  * Mode above 2 fails. */
 PXIMAGE_API uint32_t pxImageCutByROI(tag_pxImage *image, uint32_t mode);
 
-/* ==== Pixel conversion ==================================================================================== */
+/* ==== Pixel conversion ================================================================================== */
 
 /* Converts width x height pixels (plus the smaller of the two margins) of a pixel map into an existing
  * target map of dstType (0: srcType). With transform set, SHORT<->FLOAT rescales 0..65535 to about 0..255
@@ -173,7 +173,7 @@ PXIMAGE_API uint32_t pxImageBimage2pxImage(const BIMAGE *byteImage, tag_pxImage 
  * own them. O(1). */
 PXIMAGE_API uint32_t pxImageFimage2pxImage(const FIMAGE *floatImage, tag_pxImage **image);
 
-/* ==== Image files ========================================================================================= */
+/* ==== Image files ======================================================================================= */
 
 /* ---- Header block -------------------------------------------------------------------------------------- */
 
@@ -185,7 +185,7 @@ PXIMAGE_API uint32_t pxImageFimage2pxImage(const FIMAGE *floatImage, tag_pxImage
 PXIMAGE_API uint32_t pxImageHeaderRead(FILE *file, int32_t type, int32_t border, tag_pxImage **header,
                                        int32_t *origType);
 
-/* ---- Reading and writing -------------------------------------------------------------------------------- */
+/* ---- Reading and writing ------------------------------------------------------------------------------- */
 
 /* Reads a whole image file (header block, then every plane) into a new record of pixel type `type` (0: the
  * stored type; CBIT files read as UBYTE, CSHORT and SHORT12 files as SHORT) and border `border` (0..999).
@@ -206,8 +206,8 @@ PXIMAGE_API uint32_t pxImageReadToImage(const uint16_t *fileName, int32_t type, 
  * only the region of interest stored in the file is read (the rest stays zero); 2 only that region, into a
  * record of its size (origX/origY moved by the region's corner, ROI = whole record). A mode above 2 fails
  * without opening the file. Sets *image to null first. O(pixels read). *image receives the record. */
-PXIMAGE_API uint32_t pxImageReadWithROI(const uint16_t *fileName, int32_t type, int32_t border, int32_t roiMode,
-                                        tag_pxImage **image);
+PXIMAGE_API uint32_t pxImageReadWithROI(const uint16_t *fileName, int32_t type, int32_t border,
+                                        int32_t roiMode, tag_pxImage **image);
 
 /* As pxImageReadWithROI; with `transform` set and FLOAT requested from a SHORT, CSHORT or SHORT12 file, the
  * file is read as SHORT and rescaled from 0..65535 to about 0..255 by the conversion engine. O(pixels read).
@@ -244,9 +244,9 @@ PXIMAGE_API uint32_t pxImageWriteChecked(const uint16_t *fileName, int32_t type,
 PXIMAGE_API uint32_t pxImageWriteWithTransformChecked(const uint16_t *fileName, int32_t type,
                                                       int32_t transform, tag_pxImage *image);
 
-/* ==== Neighbourhood filters =============================================================================== */
+/* ==== Neighbourhood filters ============================================================================= */
 
-/* ---- Box filters (module pxImageBoxFilter) -------------------------------------------------------------- */
+/* ---- Box filters (module pxImageBoxFilter) ------------------------------------------------------------- */
 
 /* Window parameter n of this family: the half-width is n / 2 (truncating) and the window spans n / 2 pixels
  * on each side of its centre, that is n pixels for odd n (callers pass odd n). Sums are kept in the pixel
@@ -299,7 +299,7 @@ PXIMAGE_API uint32_t pxImageBoxMax(const tag_pxImage *source, int32_t n, tag_pxI
 PXIMAGE_API uint32_t pxImageBoxMinAndRange(const tag_pxImage *source, int32_t n, tag_pxImage *minimum,
                                            tag_pxImage *range);
 
-/* ---- Thresholds, morphology, negation and combination ---------------------------------------------------- */
+/* ---- Thresholds, morphology, negation and combination -------------------------------------------------- */
 
 /* Sets every pixel of plane 0 (whole image, region ignored) to 1 when it is at or above the threshold and
  * to 0 otherwise. The threshold is converted to the pixel type: UBYTE keeps the low 8 bits of the truncated
@@ -335,11 +335,12 @@ PXIMAGE_API uint32_t pxImageOperationsNegateFloat(tag_pxImage *image);
 /* Weighted sum of two UBYTE images over rows 0..height-1 and columns 0..width-1: the output byte is the low
  * 8 bits of firstWeight * a + secondWeight * b (double precision) truncated toward zero, so results wrap
  * (300 gives 44, -1 gives 255). A height or width below 1 returns 1 at once. An image that is missing, not
- * UBYTE or smaller than width x height is reported as an error and nothing is written. O(pixels). Always 1. */
+ * UBYTE or smaller than width x height is reported as an error and nothing is written.
+ * O(pixels). Always 1. */
 PXIMAGE_API uint32_t pxImageCombine(const tag_pxImage *first, const tag_pxImage *second, double firstWeight,
                                     double secondWeight, int32_t width, int32_t height, tag_pxImage *output);
 
-/* ---- Statistics ------------------------------------------------------------------------------------------ */
+/* ---- Statistics ---------------------------------------------------------------------------------------- */
 
 /* Pixel count, mean and standard deviation of the rectangle between two corner points (x, y) of plane 0,
  * columns trunc(min x) .. trunc(max x) - 1 and rows likewise; the image's own region of interest is not
@@ -370,7 +371,7 @@ PXIMAGE_API uint32_t pxImageGetAvarageFlowNorm(const tag_pxImage *flowX, const t
                                                uint32_t *histogram, double *minimum, double *maximum,
                                                int32_t *count, double *mean, double *stdDev);
 
-/* ---- Reflection (module pxImageReflect) ------------------------------------------------------------------ */
+/* ---- Reflection (module pxImageReflect) ---------------------------------------------------------------- */
 
 /* Fills n pixels of the border frame on every side of a FLOAT image (plane 0) from its own pixels, rows
  * first, then whole border rows including the corners. Modes: 1 mirror without repeating the edge, 2 wrap
@@ -380,7 +381,7 @@ PXIMAGE_API uint32_t pxImageGetAvarageFlowNorm(const tag_pxImage *flowX, const t
  * other modes, changing nothing. O(n * (width + height)). */
 PXIMAGE_API uint32_t pxImageReflect(tag_pxImage *image, int32_t n, int32_t mode);
 
-/* ==== Annotation (module pxImageMarkPts) ================================================================== */
+/* ==== Annotation (module pxImageMarkPts) ================================================================ */
 
 /* Point crosses and ellipses drawn into images for visual inspection of detected features, and magnified,
  * pixel-replicated cut-outs with the marks drawn at the magnified scale.
@@ -463,9 +464,9 @@ PXIMAGE_API uint32_t pxImageMarkEllipseAndPts(const struct pxMath2DEllipse *elli
                                               const tag_pxImage *checked, const double *points, int32_t n,
                                               tag_pxImage **image);
 
-/* ==== Geometry: cut, extend, region extraction, pyramids ================================================= */
+/* ==== Geometry: cut, extend, region extraction, pyramids ================================================ */
 
-/* ---- Cut and extend (modules pxImageCut, pxImageExtend) -------------------------------------------------- */
+/* ---- Cut and extend (modules pxImageCut, pxImageExtend) ------------------------------------------------ */
 
 /* Copies the target's width x height pixels of plane 0 from column x, row y of the source into the target,
  * with conversion to the target's type when the types differ. x and y are compared as signed numbers
@@ -493,7 +494,7 @@ PXIMAGE_API uint32_t pxImageCut(const tag_pxImage *source, uint32_t x, uint32_t 
  * nothing is written. O(target pixels). Always 1. */
 PXIMAGE_API uint32_t pxImageExtend(const tag_pxImage *source, int32_t factor, tag_pxImage *target);
 
-/* ---- Automatic region extraction (module pxImageRoi) ----------------------------------------------------- */
+/* ---- Automatic region extraction (module pxImageRoi) --------------------------------------------------- */
 
 /* Finds the rectangle of plane 0 that holds textured content. Every 6 x 6 block that lies wholly inside
  * the image (a last partial strip of up to 6 pixels is not tested) is kept when 36 times the variance of
@@ -510,7 +511,7 @@ PXIMAGE_API uint32_t pxImageExtend(const tag_pxImage *source, int32_t factor, ta
  * one mask image of the image's type and size. */
 PXIMAGE_API uint32_t pxImageRoi(const tag_pxImage *image, int32_t rect[4], int32_t *found);
 
-/* ---- Reduction and pyramids (module pxImagePyr) ---------------------------------------------------------- */
+/* ---- Reduction and pyramids (module pxImagePyr) -------------------------------------------------------- */
 
 /* Number of levels of a pyramid. */
 #define pxImage_PYR_LEVELS 15
@@ -556,7 +557,7 @@ PXIMAGE_API uint32_t pxImagePyrDestruct(tag_pxImage **pyramid);
  * one scratch image of w x 5 (the row-filtered rows in use). */
 PXIMAGE_API uint32_t pxImageReduce(const tag_pxImage *source, tag_pxImage **target, const float kernel[3]);
 
-/* ==== Preprocessing for correspondence search (module pxImagePreproc) ===================================== */
+/* ==== Preprocessing for correspondence search (module pxImagePreproc) =================================== */
 
 /* The modes remove slowly varying illumination by comparing every pixel with a local mean (and most with a
  * local standard deviation) over a square window. All arithmetic is single precision unless said otherwise.
@@ -638,9 +639,9 @@ PXIMAGE_API bool BlurByGaussianFilterUsingOpenCv(FIMAGE *image, int kernelSize, 
 extern "C" {
 #endif
 
-/* ==== Warps, de-interlacing and lens-distortion resampling ================================================== */
+/* ==== Warps, de-interlacing and lens-distortion resampling ============================================== */
 
-/* ---- Warps (module pxImageWarp) ------------------------------------------------------------------------- */
+/* ---- Warps (module pxImageWarp) ------------------------------------------------------------------------ */
 
 /* Value of a FLOAT warp result whose source position falls outside the source image: the largest finite
  * float, 3.4028235e38 (bit pattern 0x7f7fffff), so that later stages can recognise it. */

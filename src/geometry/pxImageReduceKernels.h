@@ -49,7 +49,8 @@ struct Kernels {
                     const Weights &k, float *out);
 };
 
-// Levels: 0 portable loops, 1 SSE2, 2 AVX2 (vertical pass). Null for a level this build or processor does not have. O(1).
+// Levels: 0 portable loops, 1 SSE2, 2 AVX2 (vertical pass). Null for a level this build or processor does not
+// have. O(1).
 const Kernels *kernelsAt(int level);
 
 // The highest level available; chosen once. O(1).

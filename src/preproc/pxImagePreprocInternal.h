@@ -25,8 +25,9 @@ inline float fastReciprocalSqrt(float v) {
 
 // Plain window x window sums of plane 0 of a FLOAT record into a new zero-filled FLOAT record of the same
 // size (border 0): horizontal running sums of each row into a ring of `window` rows, then running column
-// sums. Only rows window/2 .. max(window/2, height-window) and columns window/2 .. width-window+window/2 hold sums; the
-// others stay 0. window in 1..min(width, height). O(pixels). 1, or 0 (traced) when a record cannot be made.
+// sums. Only rows window/2 .. max(window/2, height-window) and columns window/2 .. width-window+window/2 hold
+// sums; the others stay 0. window in 1..min(width, height). O(pixels). 1, or 0 (traced) when a record cannot
+// be made.
 uint32_t boxSum(const tag_pxImage *image, int32_t window, tag_pxImage **sums);
 
 // Mean of the values strictly below `threshold` over the (2 r + 1) square, r = window / 2, for rows and

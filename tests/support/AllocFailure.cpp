@@ -6,9 +6,13 @@
 
 namespace pxtest {
 
-AllocFailure::AllocFailure(long n) { pxEnvFailAllocationAfter(n); }
+AllocFailure::AllocFailure(long n) {
+    pxEnvFailAllocationAfter(n);
+}
 
-AllocFailure::~AllocFailure() { pxEnvFailAllocationAfter(0); }
+AllocFailure::~AllocFailure() {
+    pxEnvFailAllocationAfter(0);
+}
 
 int forEachAllocationFailure(const std::function<bool()> &call, const std::function<void()> &cleanup) {
     // Count the allocations of a successful call by failing ever later ones until the call succeeds.
@@ -31,4 +35,4 @@ int forEachAllocationFailure(const std::function<bool()> &call, const std::funct
     return -1;
 }
 
-}  // namespace pxtest
+} // namespace pxtest

@@ -20,4 +20,4 @@ class AllocFailure {
 // `call` returns true on success; `cleanup` releases whatever a successful call produced.
 int forEachAllocationFailure(const std::function<bool()> &call, const std::function<void()> &cleanup);
 
-}  // namespace pxtest
+} // namespace pxtest

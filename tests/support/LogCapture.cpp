@@ -4,9 +4,13 @@
 
 namespace pxtest {
 
-LogCapture::LogCapture() { pxEnvSetLogSink(&LogCapture::sink, this); }
+LogCapture::LogCapture() {
+    pxEnvSetLogSink(&LogCapture::sink, this);
+}
 
-LogCapture::~LogCapture() { pxEnvSetLogSink(nullptr, nullptr); }
+LogCapture::~LogCapture() {
+    pxEnvSetLogSink(nullptr, nullptr);
+}
 
 void LogCapture::sink(void *user, int kind, int level, int line, const char *module, const char *date,
                       uint32_t code, const char *text) {
@@ -36,4 +40,4 @@ bool LogCapture::has(int level, uint32_t code, const std::string &module, const 
     return false;
 }
 
-}  // namespace pxtest
+} // namespace pxtest

@@ -9,7 +9,7 @@
 namespace pxtest {
 
 struct LogRecord {
-    int kind;  // PXENV_LOG_F, PXENV_LOG_I or PXENV_LOG_ERROR
+    int kind; // PXENV_LOG_F, PXENV_LOG_I or PXENV_LOG_ERROR
     int level;
     int line;
     std::string module;
@@ -40,4 +40,4 @@ class LogCapture {
     std::vector<LogRecord> records_;
 };
 
-}  // namespace pxtest
+} // namespace pxtest
