@@ -21,8 +21,8 @@ def _float_copy(image, out):
                             module="pximage")
     if out is None:
         return np.array(source, dtype=np.float32, order="C")
-    if not isinstance(out, np.ndarray):
-        raise ArgumentError("out must be a NumPy array", module="pximage")
+    if not isinstance(out, np.ndarray) or out.dtype != np.float32 or out.shape != source.shape:
+        raise ArgumentError(f"out must be a float32 array of shape {source.shape}", module="pximage")
     if out is not image:
         np.copyto(out, source, casting="no")
     return out
