@@ -10,7 +10,10 @@ neighbourhood filters and statistics on NumPy arrays::
     smooth = pximage.box_average(frame.astype("float32"), 5)
 
 Families: files (imread, read, info, imwrite, Image), the grab container (Container), filters
-(block_sum_x ... reflect, convert) and statistics (pixel_statistics, flow_statistics).
+(block_sum_x ... reflect, convert), statistics (pixel_statistics, flow_statistics), geometry (cut, extend,
+roi, reduce, pyramid, deinterlace, aber, fix_aber), warps (translate ... bilinear_warp_masked),
+preprocessing (local_mean, gaussian_blur, preproc ... preproc_standard) and marks (mark_points ...
+mark_ellipse_and_points).
 
 Failures raise :class:`Error` with the library's code, module and message; file failures are also
 OSError (:class:`FileError`), refused arguments also ValueError (:class:`ArgumentError`). Warnings that
@@ -25,6 +28,11 @@ from .filters import (REFLECT_MODES, block_sum_x, block_sum_y, box_average, box_
                       box_min_and_range, box_normalize, box_sums, combine, convert, dilate, erode, negate,
                       negate_float, reflect, thresh_to_binary, thresh_upper)
 from .statistics import Statistics, flow_statistics, pixel_statistics
+from .geometry import REDUCE_KERNEL, aber, cut, deinterlace, extend, fix_aber, pyramid, reduce, roi
+from .warps import INVALID_PIXEL, affine_warp, bilinear_warp, bilinear_warp_masked, translate, translate_subpixel
+from .preproc import (gaussian_blur, local_mean, preproc, preproc_adaptive_log, preproc_bounded, preproc_log,
+                      preproc_standard, widen_saturation)
+from .marks import magnify_points, mark_ellipse, mark_ellipse_and_points, mark_points
 
 __all__ = [
     "Error", "FileError", "ArgumentError", "AllocationError", "LibraryWarning",
@@ -34,6 +42,11 @@ __all__ = [
     "box_min_and_range", "thresh_to_binary", "thresh_upper", "dilate", "erode", "negate", "negate_float",
     "combine", "reflect", "REFLECT_MODES", "convert",
     "Statistics", "pixel_statistics", "flow_statistics",
+    "cut", "extend", "roi", "reduce", "pyramid", "REDUCE_KERNEL", "deinterlace", "aber", "fix_aber",
+    "translate", "translate_subpixel", "affine_warp", "bilinear_warp", "bilinear_warp_masked", "INVALID_PIXEL",
+    "local_mean", "gaussian_blur", "preproc", "preproc_adaptive_log", "preproc_bounded", "widen_saturation",
+    "preproc_log", "preproc_standard",
+    "mark_points", "magnify_points", "mark_ellipse", "mark_ellipse_and_points",
     "live_allocations", "set_parameter",
 ]
 

@@ -147,6 +147,20 @@ void applyHeader(tag_pxImage *image, const py::dict &header);
 // A path argument (str or os.PathLike) as the library's 16-bit file name.
 std::u16string pathOf(const py::object &path);
 
+// A 2-D image argument, C-contiguous (copied when it is not); `what` names it in the error.
+py::array image2d(const py::object &object, const char *what);
+// Whether two arrays' pixel bytes overlap.
+bool overlaps(const py::array &a, const py::array &b);
+// The array a function writes into: `out` when given (checked: a writable C-contiguous 2-D array of the
+// result's dtype and the source's shape, not overlapping the source), else a new zero-filled one.
+py::array output(const py::object &out, const py::array &source, int32_t type, const char *what = "out");
+// As output, for a result of the given shape (rows, columns), not overlapping `source`.
+py::array outputOfShape(const py::object &out, const py::array &source, int32_t type, py::ssize_t rows,
+                        py::ssize_t columns, const char *what = "out");
+// A new record of the array's type (one plane, border `border`) holding a copy of a 2-D array's pixels,
+// for library calls that need a margin or exchange a record's pixel maps. O(pixels).
+Record copyToRecord(const py::array &array, int32_t border);
+
 // ---- Families
 // --------------------------------------------------------------------------------------------------
 
@@ -155,5 +169,9 @@ void bindFiles(py::module_ &m);
 void bindContainer(py::module_ &m);
 void bindFilters(py::module_ &m);
 void bindStatistics(py::module_ &m);
+void bindGeometry(py::module_ &m);
+void bindWarps(py::module_ &m);
+void bindPreproc(py::module_ &m);
+void bindMarks(py::module_ &m);
 
 } // namespace pxpy

@@ -10,44 +10,6 @@ namespace pxpy {
 
 namespace {
 
-// A 2-D image argument, C-contiguous (copied when it is not).
-py::array image2d(const py::object &object, const char *what) {
-    py::array array = contiguous(object);
-    if (array.ndim() != 2)
-        raiseError("argument",
-                   std::string(what) + " must be a 2-D array, not " + std::to_string(array.ndim()) + "-D");
-    return array;
-}
-
-bool overlaps(const py::array &a, const py::array &b) {
-    const char *a0 = static_cast<const char *>(a.data());
-    const char *b0 = static_cast<const char *>(b.data());
-    return a0 < b0 + b.nbytes() && b0 < a0 + a.nbytes();
-}
-
-// The array a filter writes into: `out` when given (checked: a writable C-contiguous 2-D array of the
-// result's dtype and shape, not overlapping the source), else a new zero-filled one.
-py::array output(const py::object &out, const py::array &source, int32_t type, const char *what = "out") {
-    const py::dtype dtype = dtypeOf(type);
-    if (out.is_none())
-        return py::module_::import("numpy").attr("zeros")(py::make_tuple(source.shape(0), source.shape(1)),
-                                                          dtype);
-    if (!py::isinstance<py::array>(out))
-        raiseError("argument", std::string(what) + " must be a NumPy array");
-    py::array array = out.cast<py::array>();
-    if (!array.dtype().equal(dtype) || array.ndim() != 2 || array.shape(0) != source.shape(0) ||
-        array.shape(1) != source.shape(1))
-        raiseError("argument", std::string(what) + " must be a " +
-                                   py::str(py::handle(dtype)).cast<std::string>() + " array of shape (" +
-                                   std::to_string(source.shape(0)) + ", " + std::to_string(source.shape(1)) +
-                                   ")");
-    if (!(array.flags() & py::array::c_style) || !array.writeable())
-        raiseError("argument", std::string(what) + " must be writable and C-contiguous");
-    if (overlaps(array, source))
-        raiseError("argument", std::string(what) + " must not share memory with the source");
-    return array;
-}
-
 // An array the library changes in place: a writable C-contiguous 2-D array of a supported dtype.
 py::array inPlace(const py::object &object) {
     if (!py::isinstance<py::array>(object))

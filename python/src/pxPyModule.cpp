@@ -10,4 +10,8 @@ PYBIND11_MODULE(_pximage, m) {
     pxpy::bindContainer(m);
     pxpy::bindFilters(m);
     pxpy::bindStatistics(m);
+    pxpy::bindGeometry(m);
+    pxpy::bindWarps(m);
+    pxpy::bindPreproc(m);
+    pxpy::bindMarks(m);
 }

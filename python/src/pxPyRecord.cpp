@@ -298,6 +298,63 @@ std::u16string pathOf(const py::object &path) {
     return name;
 }
 
+py::array image2d(const py::object &object, const char *what) {
+    py::array array = contiguous(object);
+    if (array.ndim() != 2)
+        raiseError("argument",
+                   std::string(what) + " must be a 2-D array, not " + std::to_string(array.ndim()) + "-D");
+    return array;
+}
+
+bool overlaps(const py::array &a, const py::array &b) {
+    const char *a0 = static_cast<const char *>(a.data());
+    const char *b0 = static_cast<const char *>(b.data());
+    return a0 < b0 + b.nbytes() && b0 < a0 + a.nbytes();
+}
+
+py::array output(const py::object &out, const py::array &source, int32_t type, const char *what) {
+    return outputOfShape(out, source, type, source.shape(0), source.shape(1), what);
+}
+
+py::array outputOfShape(const py::object &out, const py::array &source, int32_t type, py::ssize_t rows,
+                        py::ssize_t columns, const char *what) {
+    const py::dtype dtype = dtypeOf(type);
+    if (rows < 1 || rows > kMaxSide || columns < 1 || columns > kMaxSide)
+        raiseError("argument", "a result of " + std::to_string(rows) + " x " + std::to_string(columns) +
+                                   " pixels is outside 1..9999 rows and columns");
+    if (out.is_none())
+        return py::module_::import("numpy").attr("zeros")(py::make_tuple(rows, columns), dtype);
+    if (!py::isinstance<py::array>(out))
+        raiseError("argument", std::string(what) + " must be a NumPy array");
+    py::array array = out.cast<py::array>();
+    if (!array.dtype().equal(dtype) || array.ndim() != 2 || array.shape(0) != rows ||
+        array.shape(1) != columns)
+        raiseError("argument", std::string(what) + " must be a " +
+                                   py::str(py::handle(dtype)).cast<std::string>() + " array of shape (" +
+                                   std::to_string(rows) + ", " + std::to_string(columns) + ")");
+    if (!(array.flags() & py::array::c_style) || !array.writeable())
+        raiseError("argument", std::string(what) + " must be writable and C-contiguous");
+    if (overlaps(array, source))
+        raiseError("argument", std::string(what) + " must not share memory with the source");
+    return array;
+}
+
+Record copyToRecord(const py::array &array, int32_t border) {
+    const int32_t type = pixelTypeOf(array.dtype());
+    if (array.ndim() != 2 || !(array.flags() & py::array::c_style))
+        raiseError("argument", "the image must be a C-contiguous 2-D array");
+    if (array.shape(0) < 1 || array.shape(0) > kMaxSide || array.shape(1) < 1 || array.shape(1) > kMaxSide)
+        raiseError("argument", "an image has 1..9999 rows and columns, not " +
+                                   std::to_string(array.shape(0)) + " x " + std::to_string(array.shape(1)));
+    Record record = Record::construct(type, int32_t(array.shape(1)), int32_t(array.shape(0)), 1, border);
+    const size_t rowBytes = size_t(array.shape(1)) * pixelBytes(type);
+    const char *data = static_cast<const char *>(array.data());
+    void **map = record.get()->pixMap[0];
+    for (py::ssize_t y = 0; y < array.shape(0); ++y)
+        std::memcpy(map[y], data + size_t(y) * rowBytes, rowBytes);
+    return record;
+}
+
 void bindRecord(py::module_ &m) {
     m.def(
         "_live_allocations", [] { return pxEnvLiveAllocations(); },
