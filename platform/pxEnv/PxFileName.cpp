@@ -1,18 +1,11 @@
 // File naming of grab images: the name of each image file of a tile, from the kind word, set number and
 // position, and the separator that the naming functions insert.
 #include "pxEnvPath.h"
+#include "pxEnvSeparator.h"
 
-#include <atomic>
 #include <string>
 
 namespace {
-
-// Atomic so that a container setting it while another thread names files is no data race.
-#if defined(_WIN32)
-std::atomic<char16_t> g_separator{u'\\'};
-#else
-std::atomic<char16_t> g_separator{u'/'};
-#endif
 
 // Decimal digits of value, zero-padded to at least `width` digits, as 16-bit characters.
 std::u16string decimal(uint32_t value, size_t width) {
@@ -47,9 +40,9 @@ bool PxFileName::ImageForTile(const char16_t *directory, uint32_t tile, const ch
 }
 
 void PxFileName::SetSeparator(char16_t separator) {
-    g_separator.store(separator, std::memory_order_relaxed);
+    pxenv::setPathSeparator(separator);
 }
 
 char16_t PxFileName::GetSeparator() {
-    return g_separator.load(std::memory_order_relaxed);
+    return pxenv::pathSeparator();
 }

@@ -1,6 +1,7 @@
 // Paths of the environment library: joining a directory and a part, existence tests of files and
 // directories by UTF-16 path, and the UTF-8 form of a path for messages.
 #include "pxEnvPath.h"
+#include "pxEnvSeparator.h"
 #include "pxEnvUtf.h"
 
 #include <filesystem>
@@ -41,7 +42,7 @@ bool PxMakePath(const char16_t *directory, const char16_t *part, char16_t *outpu
     std::u16string path = directory ? directory : u"";
     if (part && *part) {
         if (!path.empty() && !isSeparator(path.back()))
-            path += PxFileName::GetSeparator();
+            path += pxenv::pathSeparator();
         path += part;
     }
     return copyOut(path, output, capacity);
