@@ -3,6 +3,8 @@
 #include "pxEnv.h"
 #include "pxEnvUtf.h"
 
+#include <sys/stat.h>
+
 #include <cerrno>
 #include <cstring>
 #include <string>
@@ -69,6 +71,22 @@ int pxFileClose(FILE *file) {
     if (!file)
         return 1;
     return std::fclose(file) == 0 ? 1 : 0;
+}
+
+int pxFileRemove(const uint16_t *path) {
+    std::string utf8;
+    if (!pxenv::utf16PathToUtf8(path, utf8)) {
+        errno = EINVAL;
+        return 0;
+    }
+    struct stat status;
+    if (lstat(utf8.c_str(), &status) != 0)
+        return 0;
+    if (!S_ISREG(status.st_mode)) {
+        errno = EPERM;
+        return 0;
+    }
+    return std::remove(utf8.c_str()) == 0 ? 1 : 0;
 }
 
 int pxEnvReadShort(FILE *file, uint16_t *value) {
