@@ -245,14 +245,19 @@ template <Extreme E> uint32_t boxExtreme(const tag_pxImage *source, int32_t n, t
     }
     const WindowPass pass{source->pixMap[0],  destination->pixMap[0], nullptr,
                           destination->width, destination->height,    n / 2};
-    if (source->pixMap[0] == destination->pixMap[0] || !boxExtremeSeparable<float, E>(pass)) {
+    const BoxExtremeKernels &kernels = boxExtremeKernelsBest();
+    uint32_t (*const fast)(const WindowPass &) = E == Extreme::Min ? kernels.minFloat : kernels.maxFloat;
+    if (source->pixMap[0] == destination->pixMap[0] || !fast(pass)) {
         boxExtremeDirect<float, E>(pass);
     }
     return 1;
 }
 
 template <typename T> void minAndRange(const WindowPass &pass, bool shared) {
-    if (shared || !boxMinAndRangeSeparable<T>(pass)) {
+    const BoxExtremeKernels &kernels = boxExtremeKernelsBest();
+    uint32_t (*const fast)(const WindowPass &) =
+        sizeof(T) == sizeof(float) ? kernels.minAndRangeFloat : kernels.minAndRangeShort;
+    if (shared || !fast(pass)) {
         boxMinAndRangeDirect<T>(pass);
     }
 }

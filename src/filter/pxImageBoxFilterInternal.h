@@ -90,4 +90,29 @@ template <typename T, Extreme E> uint32_t boxExtremeSeparable(const WindowPass &
 template <typename T> void boxMinAndRangeDirect(const WindowPass &pass);
 template <typename T> uint32_t boxMinAndRangeSeparable(const WindowPass &pass);
 
+// The windowed extremes of one instruction-set level. Each gives the bits of the direct search (see
+// pxImageBoxExtremeLanes.h for why a reordered search may) and returns 0, having written nothing, when its
+// scratch rows cannot be allocated.
+struct BoxExtremeKernels {
+    uint32_t (*minFloat)(const WindowPass &pass);
+    uint32_t (*maxFloat)(const WindowPass &pass);
+    uint32_t (*minAndRangeFloat)(const WindowPass &pass);
+    uint32_t (*minAndRangeShort)(const WindowPass &pass);
+};
+
+// Levels of the extreme kernels: the separable scalar search, vectors of 16 bytes (SSE2), 32 (AVX2) and
+// 64 (AVX-512 F and BW).
+enum BoxKernelLevel { kBoxPortable = 0, kBoxVector = 1, kBoxAvx2 = 2, kBoxAvx512 = 3 };
+
+// The kernels of one level, or null when the level is not built for this target or this processor lacks
+// its instructions; O(1) after the first call.
+const BoxExtremeKernels *boxExtremeKernelsAt(int level);
+// The kernels of the highest level this processor runs, chosen once.
+const BoxExtremeKernels &boxExtremeKernelsBest();
+
+// The levels as built, without the processor check (each in a file of its own; null when not built).
+const BoxExtremeKernels *boxExtremeKernelsVector();
+const BoxExtremeKernels *boxExtremeKernelsAvx2();
+const BoxExtremeKernels *boxExtremeKernelsAvx512();
+
 } // namespace pxbox

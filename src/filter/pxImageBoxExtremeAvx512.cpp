@@ -1,0 +1,35 @@
+// The windowed extremes on vectors of 64 bytes. This file alone is compiled for AVX-512 (F and BW) on x86-64
+// targets; the dispatcher calls it only on processors that have both.
+#include "pxImageBoxExtremeLanes.h"
+
+namespace pxbox {
+
+#if defined(__AVX512F__) && defined(__AVX512BW__)
+
+namespace {
+
+typedef float FloatLanes __attribute__((vector_size(64)));
+typedef uint16_t ShortLanes __attribute__((vector_size(64)));
+
+const BoxExtremeKernels kAvx512 = {
+    extremeLanes<FloatLanes, float, Extreme::Min>,
+    extremeLanes<FloatLanes, float, Extreme::Max>,
+    minAndRangeLanes<FloatLanes, float>,
+    minAndRangeLanes<ShortLanes, uint16_t>,
+};
+
+} // namespace
+
+const BoxExtremeKernels *boxExtremeKernelsAvx512() {
+    return &kAvx512;
+}
+
+#else
+
+const BoxExtremeKernels *boxExtremeKernelsAvx512() {
+    return nullptr;
+}
+
+#endif
+
+} // namespace pxbox

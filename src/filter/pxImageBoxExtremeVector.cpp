@@ -1,0 +1,25 @@
+// The windowed extremes on vectors of 16 bytes, the widest every processor of an x86-64 target has (SSE2);
+// other targets compile the same vectors for what they have.
+#include "pxImageBoxExtremeLanes.h"
+
+namespace pxbox {
+
+namespace {
+
+typedef float FloatLanes __attribute__((vector_size(16)));
+typedef uint16_t ShortLanes __attribute__((vector_size(16)));
+
+const BoxExtremeKernels kVector = {
+    extremeLanes<FloatLanes, float, Extreme::Min>,
+    extremeLanes<FloatLanes, float, Extreme::Max>,
+    minAndRangeLanes<FloatLanes, float>,
+    minAndRangeLanes<ShortLanes, uint16_t>,
+};
+
+} // namespace
+
+const BoxExtremeKernels *boxExtremeKernelsVector() {
+    return &kVector;
+}
+
+} // namespace pxbox
