@@ -11,9 +11,11 @@
 // are reduced first (left before right), then rows top before bottom. On vectors keep(left, right) is the
 // element-wise `right < left ? right : left` (`>` for the maximum), exactly the scalar step.
 //
-// Cost per pixel, independent of the window except for the row pass: the row pass folds spans that double
-// (1, 2, 4, ... pixels) and ends with two overlapping spans, log2(window) + 2 steps; the column pass is a
-// direct fold for windows of up to 3 rows and otherwise the van Herk / Gil-Werman scheme (a suffix fold of
+// Cost per pixel. Row pass: windows of up to 3 pixels fold the window straight from the source row;
+// wider ones up to 64 fold spans of s pixels (the least s with s * s >= window) and then the spans that
+// cover each window, about 2 sqrt(window) steps; wider ones fold spans that double (1, 2, 4, ... pixels)
+// and end with two overlapping spans, log2(window) + 2 steps. Column pass, independent of the window: a
+// direct fold for windows of up to 3 rows, otherwise the van Herk / Gil-Werman scheme (a suffix fold of
 // each block of `window` rows and a running prefix fold of the next block, three steps per pixel).
 #pragma once
 
