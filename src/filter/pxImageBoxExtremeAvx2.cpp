@@ -1,6 +1,6 @@
 // The windowed extremes on vectors of 32 bytes. This file alone is compiled for AVX2 on x86-64 targets;
 // the dispatcher calls it only on processors that have AVX2.
-#include "pxImageBoxExtremeLanes.h"
+#include "pxImageBoxExtremeSmall.h"
 
 namespace pxbox {
 

@@ -1,6 +1,6 @@
 // The windowed extremes on vectors of 64 bytes. This file alone is compiled for AVX-512 (F and BW) on x86-64
 // targets; the dispatcher calls it only on processors that have both.
-#include "pxImageBoxExtremeLanes.h"
+#include "pxImageBoxExtremeSmall.h"
 
 namespace pxbox {
 

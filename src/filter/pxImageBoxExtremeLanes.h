@@ -37,6 +37,13 @@ template <> struct SearchLimits<uint16_t> {
     static uint16_t start(Extreme e) { return e == Extreme::Min ? uint16_t(65535) : uint16_t(0); }
 };
 
+// A window reaching past the image on every side covers the whole image: wider ones give the same.
+inline WindowPass clampedWindow(WindowPass pass) {
+    const int32_t reach = (pass.width > pass.height ? pass.width : pass.height) - 1;
+    pass.half = pass.half < reach ? pass.half : reach;
+    return pass;
+}
+
 // One step of the search on scalars or vectors: `left` stays unless `right` is strictly beyond it.
 template <Extreme E, typename V> inline V keep(V left, V right) {
     if constexpr (E == Extreme::Min) {
@@ -56,14 +63,15 @@ template <typename V> inline void storeLanes(void *p, V v) {
     __builtin_memcpy(p, &v, sizeof v);
 }
 
-// The windowed extreme E of a whole image, vectors of type V holding pixels of type T.
+// The windowed extreme E of a whole image, vectors of type V holding pixels of type T, for windows that
+// reach no farther than the image (see clampedWindow).
 template <typename V, typename T, Extreme E> class ExtremeLanes {
   public:
     static constexpr int32_t kLanes = static_cast<int32_t>(sizeof(V) / sizeof(T));
 
     explicit ExtremeLanes(const WindowPass &pass)
-        : pass_(clamped(pass)), window_(2 * pass_.half + 1), start_(SearchLimits<T>::start(E)),
-          span_(spanOf(window_)), rowLength_(roundUp(pass.width)), padLength_(roundUp(rowLength_ + window_)) {
+        : pass_(pass), window_(2 * pass_.half + 1), start_(SearchLimits<T>::start(E)), span_(spanOf(window_)),
+          rowLength_(roundUp(pass.width)), padLength_(roundUp(rowLength_ + window_)) {
         for (int32_t i = 0; i < kLanes; ++i) {
             startLanes_[i] = start_;
         }
@@ -109,13 +117,6 @@ template <typename V, typename T, Extreme E> class ExtremeLanes {
             ++s;
         }
         return s;
-    }
-
-    // A window reaching past the image on every side covers the whole image: wider ones give the same.
-    static WindowPass clamped(WindowPass pass) {
-        const int32_t reach = (pass.width > pass.height ? pass.width : pass.height) - 1;
-        pass.half = pass.half < reach ? pass.half : reach;
-        return pass;
     }
 
     static int32_t roundUp(int32_t n) { return (n + kLanes - 1) / kLanes * kLanes; }
@@ -360,44 +361,6 @@ template <typename V, typename T, Extreme E> class ExtremeLanes {
     T *pad_ = nullptr;
     T *rows_ = nullptr;
 };
-
-template <typename V, typename T, Extreme E> uint32_t extremeLanes(const WindowPass &pass) {
-    if (pass.width < 1 || pass.height < 1) {
-        return 1;
-    }
-    ExtremeLanes<V, T, E> lanes(pass);
-    if (!lanes.ok()) {
-        return 0;
-    }
-    lanes.run(pass.dst);
-    return 1;
-}
-
-template <typename V, typename T> uint32_t minAndRangeLanes(const WindowPass &pass) {
-    if (pass.width < 1 || pass.height < 1) {
-        return 1;
-    }
-    ExtremeLanes<V, T, Extreme::Min> low(pass);
-    ExtremeLanes<V, T, Extreme::Max> high(pass);
-    if (!low.ok() || !high.ok()) {
-        return 0;
-    }
-    low.run(pass.dst);
-    high.run(pass.dst2);
-    constexpr int32_t kLanes = ExtremeLanes<V, T, Extreme::Min>::kLanes;
-    for (int32_t y = 0; y < pass.height; ++y) {
-        const T *lows = static_cast<const T *>(pass.dst[y]);
-        T *range = static_cast<T *>(pass.dst2[y]);
-        int32_t x = 0;
-        for (; x + kLanes <= pass.width; x += kLanes) {
-            storeLanes(range + x, loadLanes<V>(range + x) - loadLanes<V>(lows + x));
-        }
-        for (; x < pass.width; ++x) {
-            range[x] = static_cast<T>(range[x] - lows[x]);
-        }
-    }
-    return 1;
-}
 
 } // namespace
 } // namespace pxbox

@@ -1,6 +1,6 @@
 // The windowed extremes on vectors of 16 bytes, the widest every processor of an x86-64 target has (SSE2);
 // other targets compile the same vectors for what they have.
-#include "pxImageBoxExtremeLanes.h"
+#include "pxImageBoxExtremeSmall.h"
 
 namespace pxbox {
 
