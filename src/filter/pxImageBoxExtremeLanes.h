@@ -11,12 +11,13 @@
 // are reduced first (left before right), then rows top before bottom. On vectors keep(left, right) is the
 // element-wise `right < left ? right : left` (`>` for the maximum), exactly the scalar step.
 //
-// Cost per pixel. Row pass: windows of up to 3 pixels fold the window straight from the source row;
-// wider ones up to 64 fold spans of s pixels (the least s with s * s >= window) and then the spans that
-// cover each window, about 2 sqrt(window) steps; wider ones fold spans that double (1, 2, 4, ... pixels)
-// and end with two overlapping spans, log2(window) + 2 steps. Column pass, independent of the window: a
-// direct fold for windows of up to 3 rows, otherwise the van Herk / Gil-Werman scheme (a suffix fold of
-// each block of `window` rows and a running prefix fold of the next block, three steps per pixel).
+// This header holds the kernel of windows wider than 9 pixels (pxImageBoxExtremeSmall.h the narrower
+// ones). Cost per pixel. Row pass: windows up to 64 pixels fold spans of s pixels (the least s with
+// s * s >= window) straight from the source and then the spans that cover each window, about
+// 2 sqrt(window) steps; wider ones fold spans that double (1, 2, 4, ... pixels) and end with two
+// overlapping spans, log2(window) + 2 steps. Column pass, independent of the window: the van Herk /
+// Gil-Werman scheme (a suffix fold of each block of `window` rows and a running prefix fold of the next
+// block, three steps per pixel).
 #pragma once
 
 #include <cfloat>
@@ -75,7 +76,7 @@ template <typename V, typename T, Extreme E> class ExtremeLanes {
         for (int32_t i = 0; i < kLanes; ++i) {
             startLanes_[i] = start_;
         }
-        const int32_t rows = window_ <= kDirectRows ? window_ : 2 * window_ + 1;
+        const int32_t rows = 2 * window_ + 1;
         const size_t padPixels = static_cast<size_t>(padLength_) + static_cast<size_t>(window_ + kLanes);
         const size_t pixels = padPixels + static_cast<size_t>(rows) * static_cast<size_t>(rowLength_);
         if (!pxMallocNoInit(&block_, pixels * sizeof(T))) {
@@ -94,24 +95,15 @@ template <typename V, typename T, Extreme E> class ExtremeLanes {
 
     bool ok() const { return block_ != nullptr; }
 
-    // Writes the extreme of every window to rows 0 .. height - 1 of `dst`.
-    void run(void **dst) {
-        if (window_ <= kDirectRows) {
-            runDirect(dst);
-        } else {
-            runBlocks(dst);
-        }
-    }
+    // Writes the extreme of every window to rows 0 .. height - 1 of `dst`: output y = keep(suffix of its
+    // block from y, prefix of the next block up to y + window - 1), see runBlocks.
+    void run(void **dst) { runBlocks(dst); }
 
   private:
-    static constexpr int32_t kDirectRows = 3;
     static constexpr int32_t kSpanWindow = 64;
 
-    // Span of the row pass: the whole window up to 3 pixels, else the least s with s * s >= window.
+    // Span of the row pass: the least s with s * s >= window.
     static int32_t spanOf(int32_t window) {
-        if (window <= kDirectRows) {
-            return window;
-        }
         int32_t s = 2;
         while (s * s < window) {
             ++s;
@@ -140,8 +132,6 @@ template <typename V, typename T, Extreme E> class ExtremeLanes {
         const T *src = static_cast<const T *>(pass_.src[r]);
         if (window_ > kSpanWindow) {
             rowResultDoubling(src, out);
-        } else if (span_ == window_) {
-            spanFolds(src, out, pass_.width);
         } else {
             spanFolds(src, pad_, pass_.width + window_ - span_);
             combineSpans(out);
@@ -157,12 +147,6 @@ template <typename V, typename T, Extreme E> class ExtremeLanes {
     // out[i] = fold from the start value of padded pixels i .. i + span_ - 1, for i in [0, count).
     void spanFolds(const T *src, T *out, int32_t count) const {
         switch (span_) {
-        case 1:
-            return spanFoldsOf<1>(src, out, count);
-        case 2:
-            return spanFoldsOf<2>(src, out, count);
-        case 3:
-            return spanFoldsOf<3>(src, out, count);
         case 4:
             return spanFoldsOf<4>(src, out, count);
         case 5:
@@ -252,40 +236,6 @@ template <typename V, typename T, Extreme E> class ExtremeLanes {
         }
         for (; x < pass_.width; ++x) {
             dst[x] = keep<E>(upper[x], lower[x]);
-        }
-    }
-
-    // Up to three rows: output y folds the row results of source rows y - half .. y + half, top first.
-    void runDirect(void **dst) {
-        T *ring[kDirectRows];
-        for (int32_t i = 0; i < window_; ++i) {
-            ring[i] = scratchRow(i);
-        }
-        for (int32_t i = 0; i + 1 < window_; ++i) {
-            rowResult(i - pass_.half, ring[i]);
-        }
-        for (int32_t y = 0; y < pass_.height; ++y) {
-            const int32_t first = y % window_;
-            rowResult(y + pass_.half, ring[(y + window_ - 1) % window_]);
-            T *out = static_cast<T *>(dst[y]);
-            if (window_ == 1) {
-                keepRows(ring[0], ring[0], out);
-            } else if (window_ == 2) {
-                keepRows(ring[first], ring[(first + 1) % 2], out);
-            } else {
-                foldThree(ring[first], ring[(first + 1) % 3], ring[(first + 2) % 3], out);
-            }
-        }
-    }
-
-    void foldThree(const T *a, const T *b, const T *c, T *dst) const {
-        int32_t x = 0;
-        for (; x + kLanes <= pass_.width; x += kLanes) {
-            const V ab = keep<E>(loadLanes<V>(a + x), loadLanes<V>(b + x));
-            storeLanes(dst + x, keep<E>(ab, loadLanes<V>(c + x)));
-        }
-        for (; x < pass_.width; ++x) {
-            dst[x] = keep<E>(keep<E>(a[x], b[x]), c[x]);
         }
     }
 

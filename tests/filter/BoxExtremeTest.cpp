@@ -323,7 +323,7 @@ TEST(BoxExtremeKernels, EveryLevelEqualsDirectAtOddSizes) {
         uint32_t seed = 900 + 1000 * static_cast<uint32_t>(level);
         for (int width : {1, 3, 17, 35, 70}) {
             for (int height : {1, 2, 6, 23}) {
-                for (int half : {0, 1, 2, 3, 4, 7, 12, 31, 40}) {
+                for (int half : {0, 1, 2, 3, 4, 5, 7, 12, 15, 20, 31, 40}) {
                     SCOPED_TRACE(testing::Message()
                                  << level << ": " << width << "x" << height << " half " << half);
                     TestImage src(FLOAT, width, height, 0);
