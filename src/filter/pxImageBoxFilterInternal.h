@@ -91,8 +91,8 @@ template <typename T> void boxMinAndRangeDirect(const WindowPass &pass);
 template <typename T> uint32_t boxMinAndRangeSeparable(const WindowPass &pass);
 
 // The windowed extremes of one instruction-set level. Each gives the bits of the direct search (see
-// pxImageBoxExtremeLanes.h for why a reordered search may) and returns 0, having written nothing, when its
-// scratch rows cannot be allocated.
+// pxImageBoxExtremeLanes.h for why a reordered search may) and returns 0 when its scratch rows cannot be
+// allocated (the destinations may then hold part of the result; the callers run the direct search).
 struct BoxExtremeKernels {
     uint32_t (*minFloat)(const WindowPass &pass);
     uint32_t (*maxFloat)(const WindowPass &pass);
