@@ -134,11 +134,12 @@ template <typename T> uint32_t boxMinAndRangeSeparable(const WindowPass &pass) {
 
 namespace {
 
-const BoxExtremeKernels kPortable = {
+const BoxLaneKernels kPortable = {
     boxExtremeSeparable<float, Extreme::Min>,
     boxExtremeSeparable<float, Extreme::Max>,
     boxMinAndRangeSeparable<float>,
     boxMinAndRangeSeparable<uint16_t>,
+    boxCountsAtLeast,
 };
 
 bool processorRuns(int level) {
@@ -155,7 +156,7 @@ bool processorRuns(int level) {
 
 } // namespace
 
-const BoxExtremeKernels *boxExtremeKernelsAt(int level) {
+const BoxLaneKernels *boxLaneKernelsAt(int level) {
     static const bool runs[] = {processorRuns(kBoxPortable), processorRuns(kBoxVector),
                                 processorRuns(kBoxAvx2), processorRuns(kBoxAvx512)};
     if (level < kBoxPortable || level > kBoxAvx512 || !runs[level]) {
@@ -163,20 +164,20 @@ const BoxExtremeKernels *boxExtremeKernelsAt(int level) {
     }
     switch (level) {
     case kBoxVector:
-        return boxExtremeKernelsVector();
+        return boxLaneKernelsVector();
     case kBoxAvx2:
-        return boxExtremeKernelsAvx2();
+        return boxLaneKernelsAvx2();
     case kBoxAvx512:
-        return boxExtremeKernelsAvx512();
+        return boxLaneKernelsAvx512();
     default:
         return &kPortable;
     }
 }
 
-const BoxExtremeKernels &boxExtremeKernelsBest() {
-    static const BoxExtremeKernels *best = [] {
+const BoxLaneKernels &boxLaneKernelsBest() {
+    static const BoxLaneKernels *best = [] {
         for (int level = kBoxAvx512; level > kBoxPortable; --level) {
-            if (const BoxExtremeKernels *k = boxExtremeKernelsAt(level)) {
+            if (const BoxLaneKernels *k = boxLaneKernelsAt(level)) {
                 return k;
             }
         }

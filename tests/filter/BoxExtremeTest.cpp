@@ -112,7 +112,7 @@ TEST(BoxExtreme, MinAndRangeMatchTheDirectSearch) {
     }
 }
 
-TEST(BoxExtremeKernels, SeparableEqualsDirectAtOddSizes) {
+TEST(BoxLaneKernels, SeparableEqualsDirectAtOddSizes) {
     uint32_t seed = 300;
     for (int width : {1, 3, 7, 19}) {
         for (int height : {1, 2, 5, 13}) {
@@ -313,10 +313,10 @@ TEST(BoxExtreme, ScratchAllocationFailureFallsBackToTheDirectSearch) {
 
 // Every instruction-set level this processor runs, forced one at a time, against the direct search, at odd
 // sizes (tails of every vector width) and windows from a copy to wider than the image.
-TEST(BoxExtremeKernels, EveryLevelEqualsDirectAtOddSizes) {
+TEST(BoxLaneKernels, EveryLevelEqualsDirectAtOddSizes) {
     int levels = 0;
     for (int level = pxbox::kBoxPortable; level <= pxbox::kBoxAvx512; ++level) {
-        const pxbox::BoxExtremeKernels *k = pxbox::boxExtremeKernelsAt(level);
+        const pxbox::BoxLaneKernels *k = pxbox::boxLaneKernelsAt(level);
         if (!k)
             continue;
         ++levels;
@@ -363,9 +363,9 @@ TEST(BoxExtremeKernels, EveryLevelEqualsDirectAtOddSizes) {
 }
 
 // Zeros of both signs only: which one a window gives depends on nothing but the order of the search.
-TEST(BoxExtremeKernels, EveryLevelPicksTheZeroTheSearchMeets) {
+TEST(BoxLaneKernels, EveryLevelPicksTheZeroTheSearchMeets) {
     for (int level = pxbox::kBoxPortable; level <= pxbox::kBoxAvx512; ++level) {
-        const pxbox::BoxExtremeKernels *k = pxbox::boxExtremeKernelsAt(level);
+        const pxbox::BoxLaneKernels *k = pxbox::boxLaneKernelsAt(level);
         if (!k)
             continue;
         std::mt19937 rng(77 + level);

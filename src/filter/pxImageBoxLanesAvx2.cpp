@@ -1,5 +1,6 @@
-// The windowed extremes on vectors of 32 bytes. This file alone is compiled for AVX2 on x86-64 targets;
+// The box filter kernels on vectors of 32 bytes. This file alone is compiled for AVX2 on x86-64 targets;
 // the dispatcher calls it only on processors that have AVX2.
+#include "pxImageBoxCountLanes.h"
 #include "pxImageBoxExtremeSmall.h"
 
 namespace pxbox {
@@ -10,23 +11,25 @@ namespace {
 
 typedef float FloatLanes __attribute__((vector_size(32)));
 typedef uint16_t ShortLanes __attribute__((vector_size(32)));
+typedef uint8_t ByteLanes __attribute__((vector_size(32)));
 
-const BoxExtremeKernels kAvx2 = {
+const BoxLaneKernels kAvx2 = {
     extremeLanes<FloatLanes, float, Extreme::Min>,
     extremeLanes<FloatLanes, float, Extreme::Max>,
     minAndRangeLanes<FloatLanes, float>,
     minAndRangeLanes<ShortLanes, uint16_t>,
+    countsAtLeastLanes<ByteLanes>,
 };
 
 } // namespace
 
-const BoxExtremeKernels *boxExtremeKernelsAvx2() {
+const BoxLaneKernels *boxLaneKernelsAvx2() {
     return &kAvx2;
 }
 
 #else
 
-const BoxExtremeKernels *boxExtremeKernelsAvx2() {
+const BoxLaneKernels *boxLaneKernelsAvx2() {
     return nullptr;
 }
 

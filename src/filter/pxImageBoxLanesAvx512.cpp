@@ -1,5 +1,6 @@
-// The windowed extremes on vectors of 64 bytes. This file alone is compiled for AVX-512 (F and BW) on x86-64
+// The box filter kernels on vectors of 64 bytes. This file alone is compiled for AVX-512 (F and BW) on x86-64
 // targets; the dispatcher calls it only on processors that have both.
+#include "pxImageBoxCountLanes.h"
 #include "pxImageBoxExtremeSmall.h"
 
 namespace pxbox {
@@ -10,23 +11,25 @@ namespace {
 
 typedef float FloatLanes __attribute__((vector_size(64)));
 typedef uint16_t ShortLanes __attribute__((vector_size(64)));
+typedef uint8_t ByteLanes __attribute__((vector_size(64)));
 
-const BoxExtremeKernels kAvx512 = {
+const BoxLaneKernels kAvx512 = {
     extremeLanes<FloatLanes, float, Extreme::Min>,
     extremeLanes<FloatLanes, float, Extreme::Max>,
     minAndRangeLanes<FloatLanes, float>,
     minAndRangeLanes<ShortLanes, uint16_t>,
+    countsAtLeastLanes<ByteLanes>,
 };
 
 } // namespace
 
-const BoxExtremeKernels *boxExtremeKernelsAvx512() {
+const BoxLaneKernels *boxLaneKernelsAvx512() {
     return &kAvx512;
 }
 
 #else
 
-const BoxExtremeKernels *boxExtremeKernelsAvx512() {
+const BoxLaneKernels *boxLaneKernelsAvx512() {
     return nullptr;
 }
 
