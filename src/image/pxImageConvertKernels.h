@@ -21,7 +21,12 @@ struct pxImageNarrowKernels {
 };
 
 // Instruction-set levels of the kernels, from the portable C++ loops up.
-enum pxImageKernelLevel { PX_KERNELS_PORTABLE = 0, PX_KERNELS_SSE2 = 1, PX_KERNELS_AVX2 = 2 };
+enum pxImageKernelLevel {
+    PX_KERNELS_PORTABLE = 0,
+    PX_KERNELS_SSE2 = 1,
+    PX_KERNELS_AVX2 = 2,
+    PX_KERNELS_AVX512 = 3
+};
 
 // The kernels of one level, or null when that level is not built for this target or this processor
 // lacks its instructions. O(1) after the first call (which asks the processor once).

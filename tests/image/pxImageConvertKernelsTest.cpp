@@ -140,7 +140,7 @@ void expectScaledEqualsTwoSteps(void (*kernel)(const float *, uint32_t, float, u
 
 TEST(pxImageConvertKernels, ScaledFloatToShortEqualsMultiplyThenRoundAtEveryLevel) {
     int levels = 0;
-    for (int level = PX_KERNELS_PORTABLE; level <= PX_KERNELS_AVX2; ++level) {
+    for (int level = PX_KERNELS_PORTABLE; level <= PX_KERNELS_AVX512; ++level) {
         const pxImageNarrowKernels *k = pxImageNarrowKernelsAt(level);
         if (k == nullptr)
             continue;
@@ -173,7 +173,7 @@ TEST(pxImageConvertKernels, ScaledFloatToShortEdgeValuesAtEveryLevel) {
     const uint16_t expected[] = {257,   65535, 0, 0, 0, 0, static_cast<uint16_t>(halfProduct >= 0.5f),
                                  65535, 0,     0};
     constexpr uint32_t kCount = sizeof values / sizeof values[0];
-    for (int level = PX_KERNELS_PORTABLE; level <= PX_KERNELS_AVX2; ++level) {
+    for (int level = PX_KERNELS_PORTABLE; level <= PX_KERNELS_AVX512; ++level) {
         const pxImageNarrowKernels *k = pxImageNarrowKernelsAt(level);
         if (k == nullptr)
             continue;
@@ -194,7 +194,7 @@ TEST(pxImageConvertKernels, ScaledFloatToShortEdgeValuesAtEveryLevel) {
 
 TEST(pxImageConvertKernels, EveryLevelEqualsTheReferenceBitForBit) {
     int levels = 0;
-    for (int level = PX_KERNELS_PORTABLE; level <= PX_KERNELS_AVX2; ++level) {
+    for (int level = PX_KERNELS_PORTABLE; level <= PX_KERNELS_AVX512; ++level) {
         const pxImageNarrowKernels *k = pxImageNarrowKernelsAt(level);
         if (k == nullptr)
             continue; // not built for this target, or not run by this processor
@@ -215,10 +215,10 @@ TEST(pxImageConvertKernels, EveryLevelEqualsTheReferenceBitForBit) {
 
 TEST(pxImageConvertKernels, ThePortableLevelIsAlwaysThereAndTheBestIsOneOfTheLevels) {
     ASSERT_NE(pxImageNarrowKernelsAt(PX_KERNELS_PORTABLE), nullptr);
-    EXPECT_EQ(pxImageNarrowKernelsAt(PX_KERNELS_AVX2 + 1), nullptr);
+    EXPECT_EQ(pxImageNarrowKernelsAt(PX_KERNELS_AVX512 + 1), nullptr);
     EXPECT_EQ(pxImageNarrowKernelsAt(-1), nullptr);
     bool found = false;
-    for (int level = PX_KERNELS_PORTABLE; level <= PX_KERNELS_AVX2; ++level)
+    for (int level = PX_KERNELS_PORTABLE; level <= PX_KERNELS_AVX512; ++level)
         found |= pxImageNarrowKernelsAt(level) == &pxImageNarrowKernelsBest();
     EXPECT_TRUE(found);
 #if defined(__SSE2__)
@@ -235,7 +235,7 @@ TEST(pxImageConvertKernels, EdgeValuesGiveTheRuleAtEveryLevel) {
     const double doubles[] = {-2.5, 2.5, 70000.4, -0.4, 3000000000.0, 1e10, 2147483647.49, 2147483647.5};
     const int32_t doubleToInt[] = {-3, 3, 70000, 0, INT32_MIN, INT32_MIN, INT32_MAX, INT32_MIN};
     const uint16_t doubleToShort[] = {0, 3, 65535, 0, 0, 0, 65535, 0};
-    for (int level = PX_KERNELS_PORTABLE; level <= PX_KERNELS_AVX2; ++level) {
+    for (int level = PX_KERNELS_PORTABLE; level <= PX_KERNELS_AVX512; ++level) {
         const pxImageNarrowKernels *k = pxImageNarrowKernelsAt(level);
         if (k == nullptr)
             continue;
