@@ -346,6 +346,26 @@ PX_AVX512 inline __m512i avx512NonNegative(__m512i value) {
     return _mm512_maskz_max_epi32(kAll, value, _mm512_setzero_si512());
 }
 
+// Sixteen doubles rounded and raised to at least 0 (the unsigned narrowings then clamp the top).
+PX_AVX512 inline __m512i avx512RoundNonNegative(const double *src) {
+    return avx512NonNegative(avx512RoundSixteen(src));
+}
+
+// Sixteen floats rounded and at least 0, by the steps of avx512RoundSixteen on max(v, 0) (vmaxps gives
+// its second operand, 0, for NaN): NaN, zeros and negatives become 0, which the rule's clamp gives them.
+// Where v >= 2^31 (infinity included) the truncation is INT32_MIN and so is the step (twice v + 2^31 is
+// at least 2^33), and their sum wraps to 0, the rule's result there; below 2^31 the sum is the rounded
+// value, at least 0, with no validity mask needed.
+PX_AVX512 inline __m512i avx512RoundNonNegative(__m512 value) {
+    const __m512 raised = _mm512_maskz_max_ps(kAll, value, _mm512_setzero_ps());
+    const __m512i whole = _mm512_maskz_cvttps_epi32(kAll, raised);
+    const __m512 rest = _mm512_sub_ps(raised, _mm512_maskz_cvtepi32_ps(kAll, whole));
+    return _mm512_add_epi32(whole, _mm512_maskz_cvttps_epi32(kAll, _mm512_add_ps(rest, rest)));
+}
+PX_AVX512 inline __m512i avx512RoundNonNegative(const float *src) {
+    return avx512RoundNonNegative(_mm512_loadu_ps(src));
+}
+
 template <typename S> PX_AVX512 void avx512ToInt(const S *src, uint32_t count, int32_t *dst) {
     uint32_t i = 0;
     for (; i + 16 <= count; i += 16)
@@ -356,9 +376,8 @@ template <typename S> PX_AVX512 void avx512ToInt(const S *src, uint32_t count, i
 template <typename S> PX_AVX512 void avx512ToUint16(const S *src, uint32_t count, uint16_t *dst) {
     uint32_t i = 0;
     for (; i + 16 <= count; i += 16)
-        _mm256_storeu_si256(
-            reinterpret_cast<__m256i *>(dst + i),
-            _mm512_maskz_cvtusepi32_epi16(kAll, avx512NonNegative(avx512RoundSixteen(src + i))));
+        _mm256_storeu_si256(reinterpret_cast<__m256i *>(dst + i),
+                            _mm512_maskz_cvtusepi32_epi16(kAll, avx512RoundNonNegative(src + i)));
     portableToClamped(src + i, count - i, dst + i);
 }
 
@@ -366,7 +385,7 @@ template <typename S> PX_AVX512 void avx512ToUint8(const S *src, uint32_t count,
     uint32_t i = 0;
     for (; i + 16 <= count; i += 16)
         _mm_storeu_si128(reinterpret_cast<__m128i *>(dst + i),
-                         _mm512_maskz_cvtusepi32_epi8(kAll, avx512NonNegative(avx512RoundSixteen(src + i))));
+                         _mm512_maskz_cvtusepi32_epi8(kAll, avx512RoundNonNegative(src + i)));
     portableToClamped(src + i, count - i, dst + i);
 }
 
@@ -375,9 +394,9 @@ PX_AVX512 void avx512FloatScaledToShort(const float *src, uint32_t count, float 
     const __m512 factor = _mm512_set1_ps(scale);
     uint32_t i = 0;
     for (; i + 16 <= count; i += 16) {
-        const __m512i rounded = avx512RoundSixteen(_mm512_mul_ps(_mm512_loadu_ps(src + i), factor));
+        const __m512i rounded = avx512RoundNonNegative(_mm512_mul_ps(_mm512_loadu_ps(src + i), factor));
         _mm256_storeu_si256(reinterpret_cast<__m256i *>(dst + i),
-                            _mm512_maskz_cvtusepi32_epi16(kAll, avx512NonNegative(rounded)));
+                            _mm512_maskz_cvtusepi32_epi16(kAll, rounded));
     }
     portableFloatScaledToShort(src + i, count - i, scale, dst + i);
 }
