@@ -112,10 +112,17 @@ template <typename D> void portableToClamped(const float *src, uint32_t count, D
     portableFloatToClamped(src, count, dst);
 }
 
+// The widening kinds: every UBYTE and SHORT value is a float exactly.
+template <typename S> void portableToFloat(const S *src, uint32_t count, float *dst) {
+    for (size_t i = 0; i < count; ++i)
+        dst[i] = static_cast<float>(src[i]);
+}
+
 const pxImageNarrowKernels kPortable = {
     portableDoubleToInt,        portableDoubleToClamped<uint16_t>, portableDoubleToClamped<uint8_t>, // DOUBLE
     portableFloatToInt,         portableFloatToClamped<uint16_t>,  portableFloatToClamped<uint8_t>,  // FLOAT
     portableFloatScaledToShort,                                                                      // scaled
+    portableToFloat<uint8_t>,   portableToFloat<uint16_t>, // widening
 };
 
 #if defined(__SSE2__)
@@ -212,9 +219,10 @@ void sse2FloatScaledToShort(const float *src, uint32_t count, float scale, uint1
 }
 
 const pxImageNarrowKernels kSse2 = {
-    sse2ToInt<double>,      sse2ToUint16<double>, sse2ToUint8<double>, // DOUBLE
-    sse2ToInt<float>,       sse2ToUint16<float>,  sse2ToUint8<float>,  // FLOAT
-    sse2FloatScaledToShort,                                            // scaled
+    sse2ToInt<double>,        sse2ToUint16<double>,      sse2ToUint8<double>, // DOUBLE
+    sse2ToInt<float>,         sse2ToUint16<float>,       sse2ToUint8<float>,  // FLOAT
+    sse2FloatScaledToShort,                                                   // scaled
+    portableToFloat<uint8_t>, portableToFloat<uint16_t>, // widening (vectorised for SSE2)
 };
 
 // ---- AVX2 (functions compiled for AVX2, chosen only when the processor has it) ------------------------
@@ -298,10 +306,17 @@ PX_AVX2 void avx2FloatScaledToShort(const float *src, uint32_t count, float scal
     portableFloatScaledToShort(src + i, count - i, scale, dst + i);
 }
 
+// The widening kinds: the plain loop, vectorised for AVX2 by the compiler.
+template <typename S> PX_AVX2 void avx2ToFloat(const S *src, uint32_t count, float *dst) {
+    for (size_t i = 0; i < count; ++i)
+        dst[i] = static_cast<float>(src[i]);
+}
+
 const pxImageNarrowKernels kAvx2 = {
-    avx2ToInt<double>,      avx2ToUint16<double>, avx2ToUint8<double>, // DOUBLE
-    avx2ToInt<float>,       avx2ToUint16<float>,  avx2ToUint8<float>,  // FLOAT
-    avx2FloatScaledToShort,                                            // scaled
+    avx2ToInt<double>,      avx2ToUint16<double>,  avx2ToUint8<double>, // DOUBLE
+    avx2ToInt<float>,       avx2ToUint16<float>,   avx2ToUint8<float>,  // FLOAT
+    avx2FloatScaledToShort,                                             // scaled
+    avx2ToFloat<uint8_t>,   avx2ToFloat<uint16_t>,                      // widening
 };
 
 // ---- AVX-512 (F; functions compiled for it, chosen only when the processor has it) --------------------
@@ -401,10 +416,31 @@ PX_AVX512 void avx512FloatScaledToShort(const float *src, uint32_t count, float 
     portableFloatScaledToShort(src + i, count - i, scale, dst + i);
 }
 
+// The widening kinds, sixteen pixels per step: zero-extended to int32, then converted (exactly).
+PX_AVX512 void avx512UbyteToFloat(const uint8_t *src, uint32_t count, float *dst) {
+    uint32_t i = 0;
+    for (; i + 16 <= count; i += 16) {
+        const __m512i wide =
+            _mm512_maskz_cvtepu8_epi32(kAll, _mm_loadu_si128(reinterpret_cast<const __m128i *>(src + i)));
+        _mm512_storeu_ps(dst + i, _mm512_maskz_cvtepi32_ps(kAll, wide));
+    }
+    portableToFloat(src + i, count - i, dst + i);
+}
+PX_AVX512 void avx512ShortToFloat(const uint16_t *src, uint32_t count, float *dst) {
+    uint32_t i = 0;
+    for (; i + 16 <= count; i += 16) {
+        const __m512i wide =
+            _mm512_maskz_cvtepu16_epi32(kAll, _mm256_loadu_si256(reinterpret_cast<const __m256i *>(src + i)));
+        _mm512_storeu_ps(dst + i, _mm512_maskz_cvtepi32_ps(kAll, wide));
+    }
+    portableToFloat(src + i, count - i, dst + i);
+}
+
 const pxImageNarrowKernels kAvx512 = {
     avx512ToInt<double>,      avx512ToUint16<double>, avx512ToUint8<double>, // DOUBLE
     avx512ToInt<float>,       avx512ToUint16<float>,  avx512ToUint8<float>,  // FLOAT
     avx512FloatScaledToShort,                                                // scaled
+    avx512UbyteToFloat,       avx512ShortToFloat,                            // widening
 };
 
 #endif // __SSE2__

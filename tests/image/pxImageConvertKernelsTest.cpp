@@ -255,3 +255,35 @@ TEST(pxImageConvertKernels, EdgeValuesGiveTheRuleAtEveryLevel) {
         EXPECT_EQ(0, std::memcmp(u16, doubleToShort, sizeof u16));
     }
 }
+
+// The widening kernels: every UBYTE and SHORT value, rows of odd lengths from odd starts, at every level.
+template <typename S>
+void expectWideningExact(void (*kernel)(const S *, uint32_t, float *), int32_t srcType) {
+    std::vector<S> all(65536 / (sizeof(S) == 1 ? 256 : 1) + 40);
+    for (size_t i = 0; i < all.size(); ++i)
+        all[i] = static_cast<S>(i * 7919u);
+    for (uint32_t count : {0u, 1u, 15u, 17u, 33u, 63u, 257u, static_cast<uint32_t>(all.size() - 3)}) {
+        for (uint32_t start : {0u, 1u, 3u}) {
+            std::vector<float> fast(count + 2, 0.25f), reference(count + 2, 0.25f);
+            kernel(all.data() + start, count, fast.data() + 1);
+            ASSERT_EQ(1u, pxImageConvertRowReference(all.data() + start, count, srcType, FLOAT,
+                                                     reference.data() + 1));
+            ASSERT_EQ(0, std::memcmp(fast.data(), reference.data(), fast.size() * sizeof(float)))
+                << srcType << " count " << count << " start " << start;
+        }
+    }
+}
+
+TEST(pxImageConvertKernels, WideningToFloatIsExactAtEveryLevel) {
+    int levels = 0;
+    for (int level = PX_KERNELS_PORTABLE; level <= PX_KERNELS_AVX512; ++level) {
+        const pxImageNarrowKernels *k = pxImageNarrowKernelsAt(level);
+        if (!k)
+            continue;
+        ++levels;
+        SCOPED_TRACE(level);
+        expectWideningExact(k->ubyteToFloat, UBYTE);
+        expectWideningExact(k->shortToFloat, SHORT);
+    }
+    EXPECT_GE(levels, 1);
+}
