@@ -366,19 +366,25 @@ PX_AVX512 inline __m512i avx512RoundNonNegative(const double *src) {
     return avx512NonNegative(avx512RoundSixteen(src));
 }
 
-// Sixteen floats rounded and at least 0, by the steps of avx512RoundSixteen on max(v, 0) (vmaxps gives
-// its second operand, 0, for NaN): NaN, zeros and negatives become 0, which the rule's clamp gives them.
-// Where v >= 2^31 (infinity included) the truncation is INT32_MIN and so is the step (twice v + 2^31 is
-// at least 2^33), and their sum wraps to 0, the rule's result there; below 2^31 the sum is the rounded
-// value, at least 0, with no validity mask needed.
-PX_AVX512 inline __m512i avx512RoundNonNegative(__m512 value) {
-    const __m512 raised = _mm512_maskz_max_ps(kAll, value, _mm512_setzero_ps());
-    const __m512i whole = _mm512_maskz_cvttps_epi32(kAll, raised);
-    const __m512 rest = _mm512_sub_ps(raised, _mm512_maskz_cvtepi32_ps(kAll, whole));
-    return _mm512_add_epi32(whole, _mm512_maskz_cvttps_epi32(kAll, _mm512_add_ps(rest, rest)));
+// Sixteen floats rounded and clamped to [0, high], high below 2^22. NaN and values of 2^31 and above
+// (infinity included) give 0, as the rule does (their rounded sum leaves int32); the others are first
+// clamped in
+// single precision to [0, high] (vmaxps gives its second operand, 0, for NaN), which rounding and the
+// clamp would map to the same result. On [0, high] the rounding half away from zero is the truncation of
+// v + h, h = 0.5 - 2^-25 (the float below 0.5): when v's fraction is below 0.5 the exact sum stays more
+// than half a unit of its last place below the next integer, so its rounding does not reach it; when the
+// fraction is 0.5 or more the sum rounds to at least the next integer.
+template <int32_t high> PX_AVX512 inline __m512i avx512RoundClamped(__m512 value) {
+    const __mmask16 small = _mm512_cmp_ps_mask(value, _mm512_set1_ps(2147483648.0f), _CMP_LT_OQ);
+    const __m512 low = _mm512_maskz_max_ps(kAll, value, _mm512_setzero_ps());
+    const __m512 clamped = _mm512_maskz_min_ps(kAll, low, _mm512_set1_ps(static_cast<float>(high)));
+    return _mm512_maskz_cvttps_epi32(small, _mm512_add_ps(clamped, _mm512_set1_ps(0.49999997f)));
 }
-PX_AVX512 inline __m512i avx512RoundNonNegative(const float *src) {
-    return avx512RoundNonNegative(_mm512_loadu_ps(src));
+template <int32_t high> PX_AVX512 inline __m512i avx512RoundClamped(const float *src) {
+    return avx512RoundClamped<high>(_mm512_loadu_ps(src));
+}
+template <int32_t high> PX_AVX512 inline __m512i avx512RoundClamped(const double *src) {
+    return avx512RoundNonNegative(src);
 }
 
 template <typename S> PX_AVX512 void avx512ToInt(const S *src, uint32_t count, int32_t *dst) {
@@ -392,7 +398,7 @@ template <typename S> PX_AVX512 void avx512ToUint16(const S *src, uint32_t count
     uint32_t i = 0;
     for (; i + 16 <= count; i += 16)
         _mm256_storeu_si256(reinterpret_cast<__m256i *>(dst + i),
-                            _mm512_maskz_cvtusepi32_epi16(kAll, avx512RoundNonNegative(src + i)));
+                            _mm512_maskz_cvtusepi32_epi16(kAll, avx512RoundClamped<65535>(src + i)));
     portableToClamped(src + i, count - i, dst + i);
 }
 
@@ -400,7 +406,7 @@ template <typename S> PX_AVX512 void avx512ToUint8(const S *src, uint32_t count,
     uint32_t i = 0;
     for (; i + 16 <= count; i += 16)
         _mm_storeu_si128(reinterpret_cast<__m128i *>(dst + i),
-                         _mm512_maskz_cvtusepi32_epi8(kAll, avx512RoundNonNegative(src + i)));
+                         _mm512_maskz_cvtusepi32_epi8(kAll, avx512RoundClamped<255>(src + i)));
     portableToClamped(src + i, count - i, dst + i);
 }
 
@@ -409,7 +415,7 @@ PX_AVX512 void avx512FloatScaledToShort(const float *src, uint32_t count, float 
     const __m512 factor = _mm512_set1_ps(scale);
     uint32_t i = 0;
     for (; i + 16 <= count; i += 16) {
-        const __m512i rounded = avx512RoundNonNegative(_mm512_mul_ps(_mm512_loadu_ps(src + i), factor));
+        const __m512i rounded = avx512RoundClamped<65535>(_mm512_mul_ps(_mm512_loadu_ps(src + i), factor));
         _mm256_storeu_si256(reinterpret_cast<__m256i *>(dst + i),
                             _mm512_maskz_cvtusepi32_epi16(kAll, rounded));
     }
