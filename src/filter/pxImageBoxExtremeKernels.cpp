@@ -132,6 +132,60 @@ template <typename T> uint32_t boxMinAndRangeSeparable(const WindowPass &pass) {
     return 1;
 }
 
+namespace {
+
+const BoxLaneKernels kPortable = {
+    boxExtremeSeparable<float, Extreme::Min>,
+    boxExtremeSeparable<float, Extreme::Max>,
+    boxMinAndRangeSeparable<float>,
+    boxMinAndRangeSeparable<uint16_t>,
+    boxCountsAtLeast,
+};
+
+bool processorRuns(int level) {
+#if defined(__x86_64__) || defined(__i386__)
+    if (level == kBoxAvx2) {
+        return __builtin_cpu_supports("avx2");
+    }
+    if (level == kBoxAvx512) {
+        return __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw");
+    }
+#endif
+    return level == kBoxPortable || level == kBoxVector;
+}
+
+} // namespace
+
+const BoxLaneKernels *boxLaneKernelsAt(int level) {
+    static const bool runs[] = {processorRuns(kBoxPortable), processorRuns(kBoxVector),
+                                processorRuns(kBoxAvx2), processorRuns(kBoxAvx512)};
+    if (level < kBoxPortable || level > kBoxAvx512 || !runs[level]) {
+        return nullptr;
+    }
+    switch (level) {
+    case kBoxVector:
+        return boxLaneKernelsVector();
+    case kBoxAvx2:
+        return boxLaneKernelsAvx2();
+    case kBoxAvx512:
+        return boxLaneKernelsAvx512();
+    default:
+        return &kPortable;
+    }
+}
+
+const BoxLaneKernels &boxLaneKernelsBest() {
+    static const BoxLaneKernels *best = [] {
+        for (int level = kBoxAvx512; level > kBoxPortable; --level) {
+            if (const BoxLaneKernels *k = boxLaneKernelsAt(level)) {
+                return k;
+            }
+        }
+        return &kPortable;
+    }();
+    return *best;
+}
+
 template uint32_t boxExtremeSeparable<float, Extreme::Min>(const WindowPass &);
 template uint32_t boxExtremeSeparable<float, Extreme::Max>(const WindowPass &);
 template uint32_t boxMinAndRangeSeparable<float>(const WindowPass &);

@@ -1,6 +1,6 @@
 // Module pxImageBoxFilter: windowed sums, averages and normalisation by running sums, and windowed
 // minimum, maximum and minimum-with-range over square windows. The exported entries check their arguments
-// here and run the kernels of pxImageBoxSumKernels.cpp and pxImageBoxExtremeKernels.cpp (or their plain
+// here and run the kernels of pxImageBoxSumKernels.cpp and pxImageBoxLaneKernels.cpp (or their plain
 // references beside them).
 #include <cstddef>
 #include <cstdint>
@@ -245,14 +245,19 @@ template <Extreme E> uint32_t boxExtreme(const tag_pxImage *source, int32_t n, t
     }
     const WindowPass pass{source->pixMap[0],  destination->pixMap[0], nullptr,
                           destination->width, destination->height,    n / 2};
-    if (source->pixMap[0] == destination->pixMap[0] || !boxExtremeSeparable<float, E>(pass)) {
+    const BoxLaneKernels &kernels = boxLaneKernelsBest();
+    uint32_t (*const fast)(const WindowPass &) = E == Extreme::Min ? kernels.minFloat : kernels.maxFloat;
+    if (source->pixMap[0] == destination->pixMap[0] || !fast(pass)) {
         boxExtremeDirect<float, E>(pass);
     }
     return 1;
 }
 
 template <typename T> void minAndRange(const WindowPass &pass, bool shared) {
-    if (shared || !boxMinAndRangeSeparable<T>(pass)) {
+    const BoxLaneKernels &kernels = boxLaneKernelsBest();
+    uint32_t (*const fast)(const WindowPass &) =
+        sizeof(T) == sizeof(float) ? kernels.minAndRangeFloat : kernels.minAndRangeShort;
+    if (shared || !fast(pass)) {
         boxMinAndRangeDirect<T>(pass);
     }
 }
@@ -290,7 +295,7 @@ bool pxbox::boxCountsAtLeastInRegion(const tag_pxImage *source, int32_t n, tag_p
                          regionHeight(destination) == regionHeight(source) &&
                          source->pixMap[0] != destination->pixMap[0];
     if (covered) {
-        boxCountsAtLeast(sumPassOf(source, n, destination), level);
+        boxLaneKernelsBest().countsAtLeast(sumPassOf(source, n, destination), level);
     }
     return covered;
 }

@@ -90,4 +90,31 @@ template <typename T, Extreme E> uint32_t boxExtremeSeparable(const WindowPass &
 template <typename T> void boxMinAndRangeDirect(const WindowPass &pass);
 template <typename T> uint32_t boxMinAndRangeSeparable(const WindowPass &pass);
 
+// The vector kernels of one instruction-set level. The windowed extremes give the bits of the direct
+// search (see pxImageBoxExtremeLanes.h for why a reordered search may) and return 0 when their scratch
+// rows cannot be allocated (the destinations may then hold part of the result; the callers run the direct
+// search); the counts are boxCountsAtLeast's.
+struct BoxLaneKernels {
+    uint32_t (*minFloat)(const WindowPass &pass);
+    uint32_t (*maxFloat)(const WindowPass &pass);
+    uint32_t (*minAndRangeFloat)(const WindowPass &pass);
+    uint32_t (*minAndRangeShort)(const WindowPass &pass);
+    void (*countsAtLeast)(const SumPass &pass, uint8_t level);
+};
+
+// Levels of the vector kernels: the separable scalar search and the scalar counts, vectors of 16 bytes
+// (SSE2), 32 (AVX2) and 64 (AVX-512 F and BW).
+enum BoxKernelLevel { kBoxPortable = 0, kBoxVector = 1, kBoxAvx2 = 2, kBoxAvx512 = 3 };
+
+// The kernels of one level, or null when the level is not built for this target or this processor lacks
+// its instructions; O(1) after the first call.
+const BoxLaneKernels *boxLaneKernelsAt(int level);
+// The kernels of the highest level this processor runs, chosen once.
+const BoxLaneKernels &boxLaneKernelsBest();
+
+// The levels as built, without the processor check (each in a file of its own; null when not built).
+const BoxLaneKernels *boxLaneKernelsVector();
+const BoxLaneKernels *boxLaneKernelsAvx2();
+const BoxLaneKernels *boxLaneKernelsAvx512();
+
 } // namespace pxbox

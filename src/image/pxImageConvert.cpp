@@ -60,7 +60,8 @@ template <typename S, typename D> void castLoop(const void *src, uint32_t count,
     convertLoop<S, D>(src, count, dst, [](S v) { return static_cast<D>(v); });
 }
 
-// A rounded (narrowing) kind through its kernel of the fastest level this processor runs.
+// A rounded (narrowing) kind, or a widening one to FLOAT, through its kernel of the fastest level this
+// processor runs.
 template <typename S, typename D>
 void narrowRow(void (*pxImageNarrowKernels::*kernel)(const S *, uint32_t, D *), const void *src,
                uint32_t count, void *dst) {
@@ -136,7 +137,7 @@ void convertByKind(int kind, const void *src, uint32_t count, void *dst) {
         castLoop<uint16_t, double>(src, count, dst);
         break;
     case 17:
-        castLoop<uint16_t, float>(src, count, dst);
+        narrowRow(&pxImageNarrowKernels::shortToFloat, src, count, dst);
         break;
     case 18:
         castLoop<uint16_t, int32_t>(src, count, dst);
@@ -151,7 +152,7 @@ void convertByKind(int kind, const void *src, uint32_t count, void *dst) {
         castLoop<uint8_t, double>(src, count, dst);
         break;
     case 22:
-        castLoop<uint8_t, float>(src, count, dst);
+        narrowRow(&pxImageNarrowKernels::ubyteToFloat, src, count, dst);
         break;
     case 23:
         castLoop<uint8_t, int32_t>(src, count, dst);

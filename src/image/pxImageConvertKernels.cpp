@@ -1,5 +1,5 @@
 // Module pxImageConvertKernels: the narrowing row kernels of the row converter (DOUBLE and FLOAT rounded
-// to INT, SHORT and UBYTE) as portable C++ loops, SSE2 and AVX2 code, and the choice among them.
+// to INT, SHORT and UBYTE) as portable C++ loops, SSE2, AVX2 and AVX-512 code, and the choice among them.
 //
 // Every level gives what the per-pixel rule gives. DOUBLE kernels form the rule's sum value +- 0.5 in
 // double and truncate it with the processor's conversion (cvttpd2dq), which truncates toward zero and
@@ -112,10 +112,17 @@ template <typename D> void portableToClamped(const float *src, uint32_t count, D
     portableFloatToClamped(src, count, dst);
 }
 
+// The widening kinds: every UBYTE and SHORT value is a float exactly.
+template <typename S> void portableToFloat(const S *src, uint32_t count, float *dst) {
+    for (size_t i = 0; i < count; ++i)
+        dst[i] = static_cast<float>(src[i]);
+}
+
 const pxImageNarrowKernels kPortable = {
     portableDoubleToInt,        portableDoubleToClamped<uint16_t>, portableDoubleToClamped<uint8_t>, // DOUBLE
     portableFloatToInt,         portableFloatToClamped<uint16_t>,  portableFloatToClamped<uint8_t>,  // FLOAT
     portableFloatScaledToShort,                                                                      // scaled
+    portableToFloat<uint8_t>,   portableToFloat<uint16_t>, // widening
 };
 
 #if defined(__SSE2__)
@@ -212,9 +219,10 @@ void sse2FloatScaledToShort(const float *src, uint32_t count, float scale, uint1
 }
 
 const pxImageNarrowKernels kSse2 = {
-    sse2ToInt<double>,      sse2ToUint16<double>, sse2ToUint8<double>, // DOUBLE
-    sse2ToInt<float>,       sse2ToUint16<float>,  sse2ToUint8<float>,  // FLOAT
-    sse2FloatScaledToShort,                                            // scaled
+    sse2ToInt<double>,        sse2ToUint16<double>,      sse2ToUint8<double>, // DOUBLE
+    sse2ToInt<float>,         sse2ToUint16<float>,       sse2ToUint8<float>,  // FLOAT
+    sse2FloatScaledToShort,                                                   // scaled
+    portableToFloat<uint8_t>, portableToFloat<uint16_t>, // widening (vectorised for SSE2)
 };
 
 // ---- AVX2 (functions compiled for AVX2, chosen only when the processor has it) ------------------------
@@ -298,10 +306,147 @@ PX_AVX2 void avx2FloatScaledToShort(const float *src, uint32_t count, float scal
     portableFloatScaledToShort(src + i, count - i, scale, dst + i);
 }
 
+// The widening kinds: the plain loop, vectorised for AVX2 by the compiler.
+template <typename S> PX_AVX2 void avx2ToFloat(const S *src, uint32_t count, float *dst) {
+    for (size_t i = 0; i < count; ++i)
+        dst[i] = static_cast<float>(src[i]);
+}
+
 const pxImageNarrowKernels kAvx2 = {
-    avx2ToInt<double>,      avx2ToUint16<double>, avx2ToUint8<double>, // DOUBLE
-    avx2ToInt<float>,       avx2ToUint16<float>,  avx2ToUint8<float>,  // FLOAT
-    avx2FloatScaledToShort,                                            // scaled
+    avx2ToInt<double>,      avx2ToUint16<double>,  avx2ToUint8<double>, // DOUBLE
+    avx2ToInt<float>,       avx2ToUint16<float>,   avx2ToUint8<float>,  // FLOAT
+    avx2FloatScaledToShort,                                             // scaled
+    avx2ToFloat<uint8_t>,   avx2ToFloat<uint16_t>,                      // widening
+};
+
+// ---- AVX-512 (F; functions compiled for it, chosen only when the processor has it) --------------------
+
+#define PX_AVX512 __attribute__((target("avx512f")))
+
+// The zero-masked forms with every lane selected: the same results as the plain forms, whose inline
+// definitions start from an undefined register that this compiler's uninitialised-use check trips over.
+constexpr __mmask16 kAll = 0xFFFF;
+
+// Eight doubles rounded to int32: the half is +0.5 where the value is greater than 0 (ordered: false for
+// NaN) and -0.5 elsewhere, the sum is the rule's double sum and vcvttpd2dq its truncation with INT32_MIN
+// out of range.
+PX_AVX512 inline __m256i avx512RoundEight(const double *src) {
+    const __m512d value = _mm512_loadu_pd(src);
+    const __mmask8 positive = _mm512_cmp_pd_mask(value, _mm512_setzero_pd(), _CMP_GT_OQ);
+    const __m512d half = _mm512_mask_blend_pd(positive, _mm512_set1_pd(-0.5), _mm512_set1_pd(0.5));
+    return _mm512_maskz_cvttpd_epi32(0xFF, _mm512_add_pd(value, half));
+}
+
+// Sixteen doubles rounded to int32.
+PX_AVX512 inline __m512i avx512RoundSixteen(const double *src) {
+    return _mm512_maskz_inserti64x4(0xFF, _mm512_castsi256_si512(avx512RoundEight(src)),
+                                    avx512RoundEight(src + 8), 1);
+}
+
+// Sixteen floats rounded to int32: the single-precision steps of sse2RoundFour(const float *), the step
+// added only where the truncation is valid.
+PX_AVX512 inline __m512i avx512RoundSixteen(__m512 value) {
+    const __m512i whole = _mm512_maskz_cvttps_epi32(kAll, value);
+    const __m512 rest = _mm512_sub_ps(value, _mm512_maskz_cvtepi32_ps(kAll, whole));
+    const __m512i step = _mm512_maskz_cvttps_epi32(kAll, _mm512_add_ps(rest, rest));
+    const __mmask16 valid = _mm512_cmpneq_epi32_mask(whole, _mm512_set1_epi32(INT32_MIN));
+    return _mm512_mask_add_epi32(whole, valid, whole, step);
+}
+PX_AVX512 inline __m512i avx512RoundSixteen(const float *src) {
+    return avx512RoundSixteen(_mm512_loadu_ps(src));
+}
+
+// Negatives raised to 0; the unsigned saturating narrowings (vpmovusdw, vpmovusdb) then clamp to the top.
+PX_AVX512 inline __m512i avx512NonNegative(__m512i value) {
+    return _mm512_maskz_max_epi32(kAll, value, _mm512_setzero_si512());
+}
+
+// Sixteen doubles rounded and raised to at least 0 (the unsigned narrowings then clamp the top).
+PX_AVX512 inline __m512i avx512RoundNonNegative(const double *src) {
+    return avx512NonNegative(avx512RoundSixteen(src));
+}
+
+// Sixteen floats rounded and clamped to [0, high], high below 2^22. NaN and values of 2^31 and above
+// (infinity included) give 0, as the rule does (their rounded sum leaves int32); the others are first
+// clamped in
+// single precision to [0, high] (vmaxps gives its second operand, 0, for NaN), which rounding and the
+// clamp would map to the same result. On [0, high] the rounding half away from zero is the truncation of
+// v + h, h = 0.5 - 2^-25 (the float below 0.5): when v's fraction is below 0.5 the exact sum stays more
+// than half a unit of its last place below the next integer, so its rounding does not reach it; when the
+// fraction is 0.5 or more the sum rounds to at least the next integer.
+template <int32_t high> PX_AVX512 inline __m512i avx512RoundClamped(__m512 value) {
+    const __mmask16 small = _mm512_cmp_ps_mask(value, _mm512_set1_ps(2147483648.0f), _CMP_LT_OQ);
+    const __m512 low = _mm512_maskz_max_ps(kAll, value, _mm512_setzero_ps());
+    const __m512 clamped = _mm512_maskz_min_ps(kAll, low, _mm512_set1_ps(static_cast<float>(high)));
+    return _mm512_maskz_cvttps_epi32(small, _mm512_add_ps(clamped, _mm512_set1_ps(0.49999997f)));
+}
+template <int32_t high> PX_AVX512 inline __m512i avx512RoundClamped(const float *src) {
+    return avx512RoundClamped<high>(_mm512_loadu_ps(src));
+}
+template <int32_t high> PX_AVX512 inline __m512i avx512RoundClamped(const double *src) {
+    return avx512RoundNonNegative(src);
+}
+
+template <typename S> PX_AVX512 void avx512ToInt(const S *src, uint32_t count, int32_t *dst) {
+    uint32_t i = 0;
+    for (; i + 16 <= count; i += 16)
+        _mm512_storeu_si512(dst + i, avx512RoundSixteen(src + i));
+    portableToInt(src + i, count - i, dst + i);
+}
+
+template <typename S> PX_AVX512 void avx512ToUint16(const S *src, uint32_t count, uint16_t *dst) {
+    uint32_t i = 0;
+    for (; i + 16 <= count; i += 16)
+        _mm256_storeu_si256(reinterpret_cast<__m256i *>(dst + i),
+                            _mm512_maskz_cvtusepi32_epi16(kAll, avx512RoundClamped<65535>(src + i)));
+    portableToClamped(src + i, count - i, dst + i);
+}
+
+template <typename S> PX_AVX512 void avx512ToUint8(const S *src, uint32_t count, uint8_t *dst) {
+    uint32_t i = 0;
+    for (; i + 16 <= count; i += 16)
+        _mm_storeu_si128(reinterpret_cast<__m128i *>(dst + i),
+                         _mm512_maskz_cvtusepi32_epi8(kAll, avx512RoundClamped<255>(src + i)));
+    portableToClamped(src + i, count - i, dst + i);
+}
+
+// Products rounded to float by vmulps (no FMA in this code), then the kind-9 steps.
+PX_AVX512 void avx512FloatScaledToShort(const float *src, uint32_t count, float scale, uint16_t *dst) {
+    const __m512 factor = _mm512_set1_ps(scale);
+    uint32_t i = 0;
+    for (; i + 16 <= count; i += 16) {
+        const __m512i rounded = avx512RoundClamped<65535>(_mm512_mul_ps(_mm512_loadu_ps(src + i), factor));
+        _mm256_storeu_si256(reinterpret_cast<__m256i *>(dst + i),
+                            _mm512_maskz_cvtusepi32_epi16(kAll, rounded));
+    }
+    portableFloatScaledToShort(src + i, count - i, scale, dst + i);
+}
+
+// The widening kinds, sixteen pixels per step: zero-extended to int32, then converted (exactly).
+PX_AVX512 void avx512UbyteToFloat(const uint8_t *src, uint32_t count, float *dst) {
+    uint32_t i = 0;
+    for (; i + 16 <= count; i += 16) {
+        const __m512i wide =
+            _mm512_maskz_cvtepu8_epi32(kAll, _mm_loadu_si128(reinterpret_cast<const __m128i *>(src + i)));
+        _mm512_storeu_ps(dst + i, _mm512_maskz_cvtepi32_ps(kAll, wide));
+    }
+    portableToFloat(src + i, count - i, dst + i);
+}
+PX_AVX512 void avx512ShortToFloat(const uint16_t *src, uint32_t count, float *dst) {
+    uint32_t i = 0;
+    for (; i + 16 <= count; i += 16) {
+        const __m512i wide =
+            _mm512_maskz_cvtepu16_epi32(kAll, _mm256_loadu_si256(reinterpret_cast<const __m256i *>(src + i)));
+        _mm512_storeu_ps(dst + i, _mm512_maskz_cvtepi32_ps(kAll, wide));
+    }
+    portableToFloat(src + i, count - i, dst + i);
+}
+
+const pxImageNarrowKernels kAvx512 = {
+    avx512ToInt<double>,      avx512ToUint16<double>, avx512ToUint8<double>, // DOUBLE
+    avx512ToInt<float>,       avx512ToUint16<float>,  avx512ToUint8<float>,  // FLOAT
+    avx512FloatScaledToShort,                                                // scaled
+    avx512UbyteToFloat,       avx512ShortToFloat,                            // widening
 };
 
 #endif // __SSE2__
@@ -317,6 +462,8 @@ const pxImageNarrowKernels *pxImageNarrowKernelsAt(int level) {
         return &kSse2;
     case PX_KERNELS_AVX2:
         return __builtin_cpu_supports("avx2") ? &kAvx2 : nullptr;
+    case PX_KERNELS_AVX512:
+        return __builtin_cpu_supports("avx512f") ? &kAvx512 : nullptr;
 #endif
     default:
         return nullptr;
@@ -325,7 +472,7 @@ const pxImageNarrowKernels *pxImageNarrowKernelsAt(int level) {
 
 const pxImageNarrowKernels &pxImageNarrowKernelsBest() {
     static const pxImageNarrowKernels *const best = [] {
-        for (int level = PX_KERNELS_AVX2; level > PX_KERNELS_PORTABLE; --level)
+        for (int level = PX_KERNELS_AVX512; level > PX_KERNELS_PORTABLE; --level)
             if (const pxImageNarrowKernels *kernels = pxImageNarrowKernelsAt(level))
                 return kernels;
         return &kPortable;

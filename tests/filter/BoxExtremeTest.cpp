@@ -5,6 +5,7 @@
 #include <cfloat>
 #include <cmath>
 #include <limits>
+#include <random>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -111,7 +112,7 @@ TEST(BoxExtreme, MinAndRangeMatchTheDirectSearch) {
     }
 }
 
-TEST(BoxExtremeKernels, SeparableEqualsDirectAtOddSizes) {
+TEST(BoxLaneKernels, SeparableEqualsDirectAtOddSizes) {
     uint32_t seed = 300;
     for (int width : {1, 3, 7, 19}) {
         for (int height : {1, 2, 5, 13}) {
@@ -309,3 +310,80 @@ TEST(BoxExtreme, ScratchAllocationFailureFallsBackToTheDirectSearch) {
 }
 
 } // namespace
+
+// Every instruction-set level this processor runs, forced one at a time, against the direct search, at odd
+// sizes (tails of every vector width) and windows from a copy to wider than the image.
+TEST(BoxLaneKernels, EveryLevelEqualsDirectAtOddSizes) {
+    int levels = 0;
+    for (int level = pxbox::kBoxPortable; level <= pxbox::kBoxAvx512; ++level) {
+        const pxbox::BoxLaneKernels *k = pxbox::boxLaneKernelsAt(level);
+        if (!k)
+            continue;
+        ++levels;
+        uint32_t seed = 900 + 1000 * static_cast<uint32_t>(level);
+        for (int width : {1, 3, 17, 35, 70}) {
+            for (int height : {1, 2, 6, 23}) {
+                for (int half : {0, 1, 2, 3, 4, 5, 7, 12, 15, 20, 31, 40}) {
+                    SCOPED_TRACE(testing::Message()
+                                 << level << ": " << width << "x" << height << " half " << half);
+                    TestImage src(FLOAT, width, height, 0);
+                    TestImage a(FLOAT, width, height, 0), b(FLOAT, width, height, 0);
+                    TestImage c(FLOAT, width, height, 0), d(FLOAT, width, height, 0);
+                    fillSpecial(src, seed++);
+                    const pxbox::WindowPass direct{src->pixMap[0], a->pixMap[0], b->pixMap[0],
+                                                   width,          height,       half};
+                    const pxbox::WindowPass fast{src->pixMap[0], c->pixMap[0], d->pixMap[0],
+                                                 width,          height,       half};
+                    pxbox::boxExtremeDirect<float, pxbox::Extreme::Min>(direct);
+                    ASSERT_EQ(1u, k->minFloat(fast));
+                    EXPECT_EQ(a.storage(), c.storage());
+                    pxbox::boxExtremeDirect<float, pxbox::Extreme::Max>(direct);
+                    ASSERT_EQ(1u, k->maxFloat(fast));
+                    EXPECT_EQ(a.storage(), c.storage());
+                    pxbox::boxMinAndRangeDirect<float>(direct);
+                    ASSERT_EQ(1u, k->minAndRangeFloat(fast));
+                    EXPECT_EQ(a.storage(), c.storage());
+                    EXPECT_EQ(b.storage(), d.storage());
+
+                    TestImage s16(SHORT, width, height, 0);
+                    TestImage e(SHORT, width, height, 0), f(SHORT, width, height, 0);
+                    TestImage g(SHORT, width, height, 0), h(SHORT, width, height, 0);
+                    boxtest::fillRandom(s16, seed++);
+                    pxbox::boxMinAndRangeDirect<uint16_t>(
+                        {s16->pixMap[0], e->pixMap[0], f->pixMap[0], width, height, half});
+                    ASSERT_EQ(1u, k->minAndRangeShort(
+                                      {s16->pixMap[0], g->pixMap[0], h->pixMap[0], width, height, half}));
+                    EXPECT_EQ(e.storage(), g.storage());
+                    EXPECT_EQ(f.storage(), h.storage());
+                }
+            }
+        }
+    }
+    EXPECT_GE(levels, 2);
+}
+
+// Zeros of both signs only: which one a window gives depends on nothing but the order of the search.
+TEST(BoxLaneKernels, EveryLevelPicksTheZeroTheSearchMeets) {
+    for (int level = pxbox::kBoxPortable; level <= pxbox::kBoxAvx512; ++level) {
+        const pxbox::BoxLaneKernels *k = pxbox::boxLaneKernelsAt(level);
+        if (!k)
+            continue;
+        std::mt19937 rng(77 + level);
+        for (int half : {1, 2, 4, 6}) {
+            SCOPED_TRACE(testing::Message() << level << " half " << half);
+            TestImage src(FLOAT, 67, 41, 0);
+            TestImage a(FLOAT, 67, 41, 0), c(FLOAT, 67, 41, 0);
+            for (int y = 0; y < 41; ++y)
+                for (int x = 0; x < 67; ++x)
+                    src.at<float>(y, x) = rng() % 2 ? 0.0f : -0.0f;
+            const pxbox::WindowPass direct{src->pixMap[0], a->pixMap[0], nullptr, 67, 41, half};
+            const pxbox::WindowPass fast{src->pixMap[0], c->pixMap[0], nullptr, 67, 41, half};
+            pxbox::boxExtremeDirect<float, pxbox::Extreme::Min>(direct);
+            ASSERT_EQ(1u, k->minFloat(fast));
+            EXPECT_EQ(a.storage(), c.storage());
+            pxbox::boxExtremeDirect<float, pxbox::Extreme::Max>(direct);
+            ASSERT_EQ(1u, k->maxFloat(fast));
+            EXPECT_EQ(a.storage(), c.storage());
+        }
+    }
+}

@@ -232,7 +232,8 @@ void referenceCounts(const pxbox::SumPass &pass, uint8_t level) {
 }
 
 // Full-range random bytes, so the sums wrap; odd sizes, every window the counts cover, regions at several
-// places, strips (rows wider than one strip of column sums), levels 1, the full window and others.
+// places, strips (rows wider than one strip of column sums), levels 1, the full window and others; every
+// instruction-set level this processor runs, forced one at a time.
 TEST(MorphKernels, CountsEqualSumsAndThresholdBitForBit) {
     uint32_t seed = 5;
     for (int width : {3, 15, 16, 17, 100, 4111, 8203}) {
@@ -261,11 +262,17 @@ TEST(MorphKernels, CountsEqualSumsAndThresholdBitForBit) {
                                               half};
                     pxbox::SumPass ref = pass;
                     ref.dst.map = reference->pixMap[0];
-                    pxbox::boxCountsAtLeast(pass, static_cast<uint8_t>(level));
                     referenceCounts(ref, static_cast<uint8_t>(level));
-                    ASSERT_EQ(reference.storage(), fast.storage())
-                        << width << "x" << height << " half " << half << " level " << level << " place "
-                        << place;
+                    for (int kernels = pxbox::kBoxPortable; kernels <= pxbox::kBoxAvx512; ++kernels) {
+                        const pxbox::BoxLaneKernels *k = pxbox::boxLaneKernelsAt(kernels);
+                        if (!k)
+                            continue;
+                        boxtest::fillRandom(fast, seed - 1); // as reference was filled
+                        k->countsAtLeast(pass, static_cast<uint8_t>(level));
+                        ASSERT_EQ(reference.storage(), fast.storage())
+                            << width << "x" << height << " half " << half << " level " << level << " place "
+                            << place << " kernels " << kernels;
+                    }
                 }
             }
         }

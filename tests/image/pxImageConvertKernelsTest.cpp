@@ -140,7 +140,7 @@ void expectScaledEqualsTwoSteps(void (*kernel)(const float *, uint32_t, float, u
 
 TEST(pxImageConvertKernels, ScaledFloatToShortEqualsMultiplyThenRoundAtEveryLevel) {
     int levels = 0;
-    for (int level = PX_KERNELS_PORTABLE; level <= PX_KERNELS_AVX2; ++level) {
+    for (int level = PX_KERNELS_PORTABLE; level <= PX_KERNELS_AVX512; ++level) {
         const pxImageNarrowKernels *k = pxImageNarrowKernelsAt(level);
         if (k == nullptr)
             continue;
@@ -173,7 +173,7 @@ TEST(pxImageConvertKernels, ScaledFloatToShortEdgeValuesAtEveryLevel) {
     const uint16_t expected[] = {257,   65535, 0, 0, 0, 0, static_cast<uint16_t>(halfProduct >= 0.5f),
                                  65535, 0,     0};
     constexpr uint32_t kCount = sizeof values / sizeof values[0];
-    for (int level = PX_KERNELS_PORTABLE; level <= PX_KERNELS_AVX2; ++level) {
+    for (int level = PX_KERNELS_PORTABLE; level <= PX_KERNELS_AVX512; ++level) {
         const pxImageNarrowKernels *k = pxImageNarrowKernelsAt(level);
         if (k == nullptr)
             continue;
@@ -194,7 +194,7 @@ TEST(pxImageConvertKernels, ScaledFloatToShortEdgeValuesAtEveryLevel) {
 
 TEST(pxImageConvertKernels, EveryLevelEqualsTheReferenceBitForBit) {
     int levels = 0;
-    for (int level = PX_KERNELS_PORTABLE; level <= PX_KERNELS_AVX2; ++level) {
+    for (int level = PX_KERNELS_PORTABLE; level <= PX_KERNELS_AVX512; ++level) {
         const pxImageNarrowKernels *k = pxImageNarrowKernelsAt(level);
         if (k == nullptr)
             continue; // not built for this target, or not run by this processor
@@ -215,10 +215,10 @@ TEST(pxImageConvertKernels, EveryLevelEqualsTheReferenceBitForBit) {
 
 TEST(pxImageConvertKernels, ThePortableLevelIsAlwaysThereAndTheBestIsOneOfTheLevels) {
     ASSERT_NE(pxImageNarrowKernelsAt(PX_KERNELS_PORTABLE), nullptr);
-    EXPECT_EQ(pxImageNarrowKernelsAt(PX_KERNELS_AVX2 + 1), nullptr);
+    EXPECT_EQ(pxImageNarrowKernelsAt(PX_KERNELS_AVX512 + 1), nullptr);
     EXPECT_EQ(pxImageNarrowKernelsAt(-1), nullptr);
     bool found = false;
-    for (int level = PX_KERNELS_PORTABLE; level <= PX_KERNELS_AVX2; ++level)
+    for (int level = PX_KERNELS_PORTABLE; level <= PX_KERNELS_AVX512; ++level)
         found |= pxImageNarrowKernelsAt(level) == &pxImageNarrowKernelsBest();
     EXPECT_TRUE(found);
 #if defined(__SSE2__)
@@ -235,7 +235,7 @@ TEST(pxImageConvertKernels, EdgeValuesGiveTheRuleAtEveryLevel) {
     const double doubles[] = {-2.5, 2.5, 70000.4, -0.4, 3000000000.0, 1e10, 2147483647.49, 2147483647.5};
     const int32_t doubleToInt[] = {-3, 3, 70000, 0, INT32_MIN, INT32_MIN, INT32_MAX, INT32_MIN};
     const uint16_t doubleToShort[] = {0, 3, 65535, 0, 0, 0, 65535, 0};
-    for (int level = PX_KERNELS_PORTABLE; level <= PX_KERNELS_AVX2; ++level) {
+    for (int level = PX_KERNELS_PORTABLE; level <= PX_KERNELS_AVX512; ++level) {
         const pxImageNarrowKernels *k = pxImageNarrowKernelsAt(level);
         if (k == nullptr)
             continue;
@@ -254,4 +254,36 @@ TEST(pxImageConvertKernels, EdgeValuesGiveTheRuleAtEveryLevel) {
         EXPECT_EQ(0, std::memcmp(i32, doubleToInt, sizeof i32));
         EXPECT_EQ(0, std::memcmp(u16, doubleToShort, sizeof u16));
     }
+}
+
+// The widening kernels: every UBYTE and SHORT value, rows of odd lengths from odd starts, at every level.
+template <typename S>
+void expectWideningExact(void (*kernel)(const S *, uint32_t, float *), int32_t srcType) {
+    std::vector<S> all(65536 / (sizeof(S) == 1 ? 256 : 1) + 40);
+    for (size_t i = 0; i < all.size(); ++i)
+        all[i] = static_cast<S>(i * 7919u);
+    for (uint32_t count : {0u, 1u, 15u, 17u, 33u, 63u, 257u, static_cast<uint32_t>(all.size() - 3)}) {
+        for (uint32_t start : {0u, 1u, 3u}) {
+            std::vector<float> fast(count + 2, 0.25f), reference(count + 2, 0.25f);
+            kernel(all.data() + start, count, fast.data() + 1);
+            ASSERT_EQ(1u, pxImageConvertRowReference(all.data() + start, count, srcType, FLOAT,
+                                                     reference.data() + 1));
+            ASSERT_EQ(0, std::memcmp(fast.data(), reference.data(), fast.size() * sizeof(float)))
+                << srcType << " count " << count << " start " << start;
+        }
+    }
+}
+
+TEST(pxImageConvertKernels, WideningToFloatIsExactAtEveryLevel) {
+    int levels = 0;
+    for (int level = PX_KERNELS_PORTABLE; level <= PX_KERNELS_AVX512; ++level) {
+        const pxImageNarrowKernels *k = pxImageNarrowKernelsAt(level);
+        if (!k)
+            continue;
+        ++levels;
+        SCOPED_TRACE(level);
+        expectWideningExact(k->ubyteToFloat, UBYTE);
+        expectWideningExact(k->shortToFloat, SHORT);
+    }
+    EXPECT_GE(levels, 1);
 }
