@@ -63,6 +63,19 @@ class ListedContainer : public PxImageContainer {
     }
 };
 
+// A failure of the container: the library joins the folder and a file name with '\\', which is shown with
+// this system's separator.
+Error grabFailure(const std::string &what, const std::string &directory) {
+    std::string text = libraryFailure(what).what();
+#ifndef _WIN32
+    const std::string joined = directory + "\\";
+    for (size_t at = text.find(joined); at != std::string::npos; at = text.find(joined, at + 1)) {
+        text[at + directory.size()] = '/';
+    }
+#endif
+    return Error(text);
+}
+
 // The last part of a name built with '\' or '/' separators.
 std::string baseName(const std::string &name) {
     const size_t slash = name.find_last_of("\\/");
@@ -101,11 +114,16 @@ void listImages(const ListedContainer &container, const std::string &directory, 
 }
 
 void runWrite(const GrabOptions &options) {
+    std::error_code error;
+    std::filesystem::create_directories(options.directory, error);
+    if (error) {
+        throw Error(options.directory + ": cannot create the folder (" + error.message() + ")");
+    }
     ListedContainer container(options);
     for (size_t i = 0; i < container.imageCount(); ++i)
         container.Add(synthesizeFrame(options.width, options.height, options.seed + uint32_t(i)).release());
     if (!container.Write())
-        throw libraryFailure(options.directory + ": cannot write the grab");
+        throw grabFailure(options.directory + ": cannot write the grab", options.directory);
     std::cout << "wrote " << container.GetCount() << " images of grab type " << options.grabType << ", tile "
               << options.tile << '\n';
     listImages(container, options.directory, std::cout);
@@ -138,7 +156,7 @@ void runRead(const GrabOptions &options) {
     const bool read = container.Read();
     showLibraryWarnings(true);
     if (!read)
-        throw libraryFailure(options.directory + ": cannot read the grab");
+        throw grabFailure(options.directory + ": cannot read the grab", options.directory);
     std::cout << "read " << container.GetCount() << " images of grab type " << options.grabType << ", tile "
               << options.tile << '\n';
     listImages(container, options.directory, std::cout);
@@ -152,8 +170,11 @@ void addGrabOptions(CLI::App *command, GrabOptions &options) {
     command->add_option("--grab-type", options.grabType, "grab type 1..55 (default 1)")
         ->check(CLI::Range(1, 55));
     command->add_option("--tile", options.tile, "tile number (default 0)");
-    command->add_option("--set", options.sets, "set numbers of exposures 0, 1, 2 (default 0)")
-        ->expected(1, 3);
+    command
+        ->add_option("--set", options.sets,
+                     "set numbers of exposures 0, 1 and 2: one to three numbers (default 0)")
+        ->expected(1, 3)
+        ->type_name("S0 [S1 [S2]]");
 }
 
 } // namespace

@@ -1,5 +1,5 @@
-// File subcommands of pximg: info (the header of our files, as text or JSON), convert (between our format,
-// its encodings, PNG, TIFF and PGM) and demo (a synthetic camera frame in every encoding, timed and checked).
+// File subcommands of pximg: info (the header of our files, size and channels of PNG, TIFF and PGM files,
+// optionally their statistics, as text or JSON); convert and demo register from their own modules.
 #include <algorithm>
 #include <chrono>
 #include <cmath>
@@ -7,12 +7,14 @@
 #include <cstdlib>
 #include <filesystem>
 #include <iostream>
+#include <cstring>
+#include <fstream>
 #include <sstream>
 
 #include <opencv2/core.hpp>
 #include <opencv2/imgcodecs.hpp>
 
-#include "pximgCommands.h"
+#include "pximgTool.h"
 
 namespace pximg {
 
@@ -20,41 +22,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// ---- Number formatting ---------------------------------------------------------------------------------
-
-// Shortest decimal text that reads back as the same value of type T (at most maxPrecision digits always
-// do), without an exponent for integers of up to 17 digits ("4.545", "1240", "-273"); "nan", "inf".
-template <typename T> std::string shortestText(T value, int maxPrecision) {
-    char text[40];
-    int precision = 1;
-    for (; precision < maxPrecision; ++precision) {
-        std::snprintf(text, sizeof text, "%.*g", precision, double(value));
-        if (static_cast<T>(std::strtod(text, nullptr)) == value) {
-            break;
-        }
-    }
-    const double magnitude = std::fabs(double(value));
-    const int integerDigits = magnitude >= 1.0 && magnitude < 1e17 ? int(std::log10(magnitude)) + 1 : 0;
-    std::snprintf(text, sizeof text, "%.*g", std::max(precision, integerDigits), double(value));
-    return text;
-}
-
-std::string shortest(double value) {
-    return shortestText(value, 17);
-}
-std::string shortest(float value) {
-    return shortestText(value, 9);
-}
-std::string shortest(int32_t value) {
-    return std::to_string(value);
-}
-
-// Fixed-point text with the given decimals.
-std::string fixed(double value, int decimals) {
-    char text[64];
-    std::snprintf(text, sizeof text, "%.*f", decimals, value);
-    return text;
-}
+// ---- info ------------------------------------------------------------------------------------------------
 
 // Elements joined with ", ".
 template <typename T> std::string joined(const T *values, int count) {
@@ -65,31 +33,6 @@ template <typename T> std::string joined(const T *values, int count) {
     return text;
 }
 
-// A JSON number: non-finite values have no JSON form and become null.
-std::string jsonNumber(double value) {
-    return std::isfinite(value) ? shortest(value) : "null";
-}
-
-// A JSON string with quotes, backslashes and control characters escaped.
-std::string jsonString(const std::string &text) {
-    std::string out = "\"";
-    for (unsigned char c : text) {
-        if (c == '"' || c == '\\') {
-            out += '\\';
-            out += char(c);
-        } else if (c < 0x20) {
-            char escaped[8];
-            std::snprintf(escaped, sizeof escaped, "\\u%04x", c);
-            out += escaped;
-        } else {
-            out += char(c);
-        }
-    }
-    return out + "\"";
-}
-
-// ---- info ------------------------------------------------------------------------------------------------
-
 // What info reports about one file.
 struct FileInfo {
     std::string path;
@@ -97,7 +40,58 @@ struct FileInfo {
     int32_t storedType = 0;
     ImagePtr header;
     uintmax_t fileSize = 0;
+    std::string format; // "PNG", "TIFF" or "PGM" for files read through OpenCV; empty for ours
+    ImageLayout layout;
+    int32_t width = 0, height = 0;
+    bool hasStats = false, checked = false;
+    double lowest = 0.0, highest = 0.0, mean = 0.0, stdDev = 0.0;
+    std::string error; // why the file could not be read
 };
+
+// The format of a file read through OpenCV, from its first bytes; empty for any other file.
+std::string foreignFormat(const std::string &path) {
+    std::ifstream in(path, std::ios::binary);
+    char b[4] = {};
+    in.read(b, 4);
+    if (std::memcmp(b, "\x89PNG", 4) == 0) {
+        return "PNG";
+    }
+    if (std::memcmp(b, "II*\0", 4) == 0 || std::memcmp(b, "MM\0*", 4) == 0) {
+        return "TIFF";
+    }
+    return b[0] == 'P' && (b[1] == '5' || b[1] == '2') ? "PGM" : "";
+}
+
+// Width, height and layout of a PNG, TIFF or PGM file (decoding it).
+void readForeign(FileInfo &info) {
+    const cv::Mat mat = cv::imread(info.path, cv::IMREAD_UNCHANGED);
+    if (mat.empty()) {
+        throw Error(info.path + ": cannot decode the image (damaged or cut short)");
+    }
+    info.width = mat.cols;
+    info.height = mat.rows;
+    info.layout = fileLayout(info.path, mat);
+}
+
+// Minimum, maximum, mean and standard deviation of every pixel as loadImage reads it (NaNs skipped).
+void measureFile(FileInfo &info) {
+    ImagePtr image = loadImage(info.path);
+    valueRange(image.get(), info.lowest, info.highest);
+    double sum = 0.0, squares = 0.0, n = 0.0;
+    for (int32_t p = 0; p < image->planes; ++p) {
+        for (int32_t y = 0; y < image->height; ++y) {
+            for (int32_t x = 0; x < image->width; ++x) {
+                const double v = pixelAt(image.get(), x, y, p);
+                if (!std::isnan(v)) {
+                    sum += v, squares += v * v, n += 1.0;
+                }
+            }
+        }
+    }
+    info.mean = n > 0.0 ? sum / n : 0.0;
+    info.stdDev = n > 0.0 ? std::sqrt(std::max(0.0, squares / n - info.mean * info.mean)) : 0.0;
+    info.hasStats = true;
+}
 
 // Short name of the way pixel data of a stored type is laid out.
 std::string encodingName(int32_t storedType) {
@@ -128,13 +122,22 @@ std::string encodingDescription(int32_t storedType) {
 }
 
 // Reads the header block and the size of one file.
-FileInfo readInfo(const std::string &path) {
-    FileInfo info;
-    info.path = path;
-    info.header = readHeaderBlock(path, info.version, info.storedType);
+// Reads what info reports about one file; --stats and --check decode every pixel.
+void readInfo(FileInfo &info, bool stats, bool check) {
+    info.format = foreignFormat(info.path);
+    if (info.format.empty()) {
+        info.header = readHeaderBlock(info.path, info.version, info.storedType);
+    } else {
+        readForeign(info);
+    }
     std::error_code error;
-    info.fileSize = fs::file_size(path, error);
-    return info;
+    info.fileSize = fs::file_size(info.path, error);
+    if (stats) {
+        measureFile(info);
+    } else if (check) {
+        loadImage(info.path);
+    }
+    info.checked = check;
 }
 
 // Pixels of all planes.
@@ -168,20 +171,46 @@ std::string hex64(int64_t value) {
     return text;
 }
 
-// The aligned text form of one file.
+// One aligned line of the text form.
+void infoLine(std::ostream &out, const char *label, const std::string &value) {
+    out << label << std::string(15 - std::string(label).size(), ' ') << value << '\n';
+}
+
+// The text form of a PNG, TIFF or PGM file.
+void printForeignText(const FileInfo &info, std::ostream &out) {
+    infoLine(out, "file", info.path);
+    infoLine(out, "format", info.format);
+    infoLine(out, "size", std::to_string(info.width) + " x " + std::to_string(info.height));
+    infoLine(out, "channels", info.layout.text());
+    infoLine(out, "bits", std::to_string(info.layout.bits) + " per sample");
+    infoLine(out, "file size", std::to_string(info.fileSize) + " bytes");
+}
+
+// The lines of --stats and --check.
+void printMeasuredText(const FileInfo &info, std::ostream &out) {
+    if (info.hasStats) {
+        infoLine(out, "min", shortest(info.lowest));
+        infoLine(out, "max", shortest(info.highest));
+        infoLine(out, "mean", fixed(info.mean, 3));
+        infoLine(out, "std dev", fixed(info.stdDev, 3));
+    }
+    if (info.checked) {
+        infoLine(out, "check", "ok (every pixel decodes)");
+    }
+}
+
+// The aligned text form of one file of our format.
 void printInfoText(const FileInfo &info, std::ostream &out) {
     const tag_pxImage &h = *info.header;
-    auto line = [&](const char *label, const std::string &value) {
-        out << label << std::string(15 - std::string(label).size(), ' ') << value << '\n';
-    };
+    auto line = [&](const char *label, const std::string &value) { infoLine(out, label, value); };
     line("file", info.path);
     line("version", info.version);
     line("stored type", pixelTypeName(info.storedType) + " (" + std::to_string(info.storedType) + ")");
     line("encoding", encodingDescription(info.storedType));
     line("size", std::to_string(h.width) + " x " + std::to_string(h.height));
     line("planes", std::to_string(h.planes));
-    line("ROI", "columns " + std::to_string(h.roiminX) + ".." + std::to_string(h.roimaxX) + ", rows " +
-                    std::to_string(h.roiminY) + ".." + std::to_string(h.roimaxY) + " (end exclusive)");
+    line("ROI", "columns [" + std::to_string(h.roiminX) + ", " + std::to_string(h.roimaxX) + "), rows [" +
+                    std::to_string(h.roiminY) + ", " + std::to_string(h.roimaxY) + ")");
     line("origin", "(" + std::to_string(h.origX) + ", " + std::to_string(h.origY) + ") in a " +
                        std::to_string(h.origWidth) + " x " + std::to_string(h.origHeight) + " frame");
     line("temperatures", joined(h.temperature, 3) + " degrees C (-273 = not measured)");
@@ -207,10 +236,24 @@ template <typename T> std::string jsonArray(const T *values, int count) {
 }
 
 // The JSON object of one file, indented by `indent` spaces.
-void printInfoJson(const FileInfo &info, std::ostream &out, int indent) {
+using JsonFields = std::vector<std::pair<std::string, std::string>>;
+
+// The JSON fields of a PNG, TIFF or PGM file.
+JsonFields foreignJson(const FileInfo &info) {
+    return {{"file", jsonString(info.path)},
+            {"format", jsonString(info.format)},
+            {"width", std::to_string(info.width)},
+            {"height", std::to_string(info.height)},
+            {"channels", std::to_string(info.layout.channels)},
+            {"layout", jsonString(info.layout.name)},
+            {"bitsPerSample", std::to_string(info.layout.bits)},
+            {"fileSize", std::to_string(info.fileSize)}};
+}
+
+// The JSON fields of a file of our format.
+JsonFields oursJson(const FileInfo &info) {
     const tag_pxImage &h = *info.header;
-    const std::string pad(indent + 2, ' ');
-    std::vector<std::pair<std::string, std::string>> fields = {
+    return {
         {"file", jsonString(info.path)},
         {"version", jsonString(info.version)},
         {"type", std::to_string(info.storedType)},
@@ -239,6 +282,25 @@ void printInfoJson(const FileInfo &info, std::ostream &out, int indent) {
         {"fileSize", std::to_string(info.fileSize)},
         {"bytesPerPixel", jsonNumber(dataBytes(info) / pixelCount(h))},
     };
+}
+
+// The JSON object of one file, indented by `indent` spaces: its fields, or its error.
+void printInfoJson(const FileInfo &info, std::ostream &out, int indent) {
+    const std::string pad(indent + 2, ' ');
+    JsonFields fields;
+    if (!info.error.empty()) {
+        fields = {{"file", jsonString(info.path)}, {"error", jsonString(info.error)}};
+    } else {
+        fields = info.format.empty() ? oursJson(info) : foreignJson(info);
+    }
+    if (info.hasStats) {
+        fields.push_back({"stats", "{\"min\": " + jsonNumber(info.lowest) + ", \"max\": " +
+                                       jsonNumber(info.highest) + ", \"mean\": " + jsonNumber(info.mean) +
+                                       ", \"stdDev\": " + jsonNumber(info.stdDev) + "}"});
+    }
+    if (info.checked && info.error.empty()) {
+        fields.push_back({"check", "\"ok\""});
+    }
     out << std::string(indent, ' ') << "{\n";
     for (size_t i = 0; i < fields.size(); ++i) {
         out << pad << jsonString(fields[i].first) << ": " << fields[i].second
@@ -247,440 +309,66 @@ void printInfoJson(const FileInfo &info, std::ostream &out, int indent) {
     out << std::string(indent, ' ') << '}';
 }
 
-// info: every file is read before anything is printed, so a failure prints nothing but its error.
-void runInfo(const std::vector<std::string> &paths, bool json) {
-    std::vector<FileInfo> infos;
-    for (const std::string &path : paths) {
-        infos.push_back(readInfo(path));
-    }
-    std::ostringstream out;
-    const bool array = json && infos.size() > 1;
-    out << (array ? "[\n" : "");
-    for (size_t i = 0; i < infos.size(); ++i) {
-        if (json) {
-            printInfoJson(infos[i], out, array ? 2 : 0);
-            out << (array && i + 1 < infos.size() ? ",\n" : "\n");
-        } else {
+// Options of info.
+struct InfoOptions {
+    std::vector<std::string> paths;
+    bool json = false, stats = false, check = false;
+};
+
+// info: every file is reported (a failure as an error line, or an "error" field in JSON) and the status is 1
+// when any failed.
+void runInfo(const InfoOptions &options) {
+    const bool array = options.json && options.paths.size() > 1;
+    std::cout << (array ? "[\n" : "");
+    bool failed = false;
+    for (size_t i = 0; i < options.paths.size(); ++i) {
+        FileInfo info;
+        info.path = options.paths[i];
+        try {
+            readInfo(info, options.stats, options.check);
+        } catch (const Error &e) {
+            info = FileInfo{};
+            info.path = options.paths[i];
+            info.error = e.what();
+            failed = true;
+        }
+        std::ostringstream out;
+        if (options.json) {
+            printInfoJson(info, out, array ? 2 : 0);
+            out << (array && i + 1 < options.paths.size() ? ",\n" : "\n");
+        } else if (info.error.empty()) {
             out << (i ? "\n" : "");
-            printInfoText(infos[i], out);
+            info.format.empty() ? printInfoText(info, out) : printForeignText(info, out);
+            printMeasuredText(info, out);
+        } else {
+            std::cout.flush();
+            std::cerr << "pximg: " << info.error << '\n';
         }
+        std::cout << out.str();
     }
-    out << (array ? "]\n" : "");
-    std::cout << out.str();
-}
-
-// ---- convert ---------------------------------------------------------------------------------------------
-
-// Options of convert.
-struct ConvertOptions {
-    std::string input, output, type, encoding;
-    bool transform = false;
-};
-
-// File type of an --encoding value (0 for plain).
-int32_t parseEncoding(const std::string &text) {
-    if (text.empty() || text == "plain") {
-        return 0;
-    }
-    if (text == "cbit" || text == "cshort" || text == "short12") {
-        return parsePixelType(text);
-    }
-    throw Error("unknown encoding '" + text + "' (use plain, cbit, cshort or short12)");
-}
-
-// convert: load, change the type in memory when asked, save as the output's name and --encoding say.
-void runConvert(const ConvertOptions &options) {
-    int32_t type = options.type.empty() ? 0 : parsePixelType(options.type);
-    int32_t encoding = parseEncoding(options.encoding);
-    if (type == CBIT || type == CSHORT || type == SHORT12) {
-        if (encoding != 0 && encoding != type) {
-            throw Error("--type " + options.type + " and --encoding " + options.encoding + " disagree");
-        }
-        encoding = type;
-        type = type == CBIT ? UBYTE : SHORT;
-    }
-    if (options.transform && type != SHORT && type != FLOAT) {
-        throw Error("--transform scales between SHORT and FLOAT: add --type float or --type short");
-    }
-    ImagePtr image = loadImage(options.input);
-    if (type != 0 && (type != image->type || options.transform)) {
-        image = convertImage(image.get(), type, options.transform);
-    }
-    saveImage(image.get(), options.output, encoding);
-    std::error_code error;
-    std::cout << "wrote " << options.output << " (" << fs::file_size(options.output, error) << " bytes)\n";
-}
-
-// ---- demo ------------------------------------------------------------------------------------------------
-
-// Size and seed of the demo frame.
-constexpr int32_t kDemoWidth = 1024, kDemoHeight = 768;
-constexpr uint32_t kDemoSeed = 1;
-// Timed repetitions of every write and read; the median is shown.
-constexpr int kRepetitions = 5;
-// Upper end of the previews' stretch: the brightest objects' level.
-constexpr double kPreviewHigh = 40000.0;
-
-// One row of the demo's table.
-struct DemoEncoding {
-    const char *label;
-    const char *file;
-    int32_t memoryType; // type of the image handed to the writer
-    int32_t fileType;   // type written (0: the image's)
-};
-
-// How far a read-back image is from the frame.
-struct Difference {
-    double minError = 0.0, maxError = 0.0; // signed, read back - frame
-    double maxAbs = 0.0, maxAbsDark = 0.0, maxAbsBright = 0.0, rms = 0.0, changedShare = 0.0;
-};
-
-// Milliseconds of a call, as the median of kRepetitions runs; `prepare` runs untimed before each.
-template <typename Prepare, typename Call> double medianMilliseconds(Prepare prepare, Call call) {
-    std::vector<double> times;
-    for (int i = 0; i < kRepetitions; ++i) {
-        prepare();
-        const auto start = std::chrono::steady_clock::now();
-        call();
-        times.push_back(
-            std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count());
-    }
-    std::sort(times.begin(), times.end());
-    return times[times.size() / 2];
-}
-
-// Pixel value of plane 0 of a SHORT or FLOAT image as a double.
-double pixelValue(const tag_pxImage *image, int32_t x, int32_t y) {
-    if (image->type == FLOAT) {
-        return reinterpret_cast<float **>(image->pixMap[0])[y][x];
-    }
-    return reinterpret_cast<uint16_t **>(image->pixMap[0])[y][x];
-}
-
-// Pixels below this level count as dark background in the comparisons: about where the CSHORT compressor's
-// baseline lies for the demo frame (its 1 % level, scaled, plus 800 DN).
-constexpr double kDarkLimit = 1000.0;
-
-// Compares a read-back image with the frame; pixels below darkLimit count as dark background.
-Difference compare(const tag_pxImage *frame, const tag_pxImage *back, double darkLimit) {
-    Difference d;
-    d.minError = d.maxError = pixelValue(back, 0, 0) - pixelValue(frame, 0, 0);
-    double sumSquares = 0.0, changed = 0.0;
-    for (int32_t y = 0; y < frame->height; ++y) {
-        for (int32_t x = 0; x < frame->width; ++x) {
-            const double original = pixelValue(frame, x, y);
-            const double error = pixelValue(back, x, y) - original;
-            d.minError = std::min(d.minError, error);
-            d.maxError = std::max(d.maxError, error);
-            double &part = original < darkLimit ? d.maxAbsDark : d.maxAbsBright;
-            part = std::max(part, std::fabs(error));
-            sumSquares += error * error;
-            changed += error != 0.0;
-        }
-    }
-    const double n = double(frame->width) * frame->height;
-    d.maxAbs = std::max(-d.minError, d.maxError);
-    d.rms = std::sqrt(sumSquares / n);
-    d.changedShare = changed / n;
-    return d;
-}
-
-// The demo's output folder: the one given (created if needed) or a fresh one under the system's temp folder.
-fs::path demoDirectory(const std::string &given) {
-    if (!given.empty()) {
-        std::error_code error;
-        fs::create_directories(given, error);
-        if (error || !fs::is_directory(given)) {
-            throw Error(given + ": cannot create the folder (" + error.message() + ")");
-        }
-        return given;
-    }
-    std::string pattern = (fs::temp_directory_path() / "pximg-demo-XXXXXX").string();
-    if (mkdtemp(pattern.data()) == nullptr) {
-        throw Error(pattern + ": cannot create a temporary folder");
-    }
-    return pattern;
-}
-
-// Writes an 8-bit PNG through OpenCV or fails with the file's name.
-void writePng(const cv::Mat &image, const fs::path &path) {
-    if (!cv::imwrite(path.string(), image)) {
-        throw Error(path.string() + ": cannot write the preview");
-    }
-}
-
-// Writes an 8-bit preview of a SHORT image: square-root stretch of 0..kPreviewHigh to 0..255.
-void writePreview(const tag_pxImage *image, const fs::path &path) {
-    cv::Mat preview(image->height, image->width, CV_8U);
-    for (int32_t y = 0; y < image->height; ++y) {
-        for (int32_t x = 0; x < image->width; ++x) {
-            const double t = std::clamp(pixelValue(image, x, y) / kPreviewHigh, 0.0, 1.0);
-            preview.at<uint8_t>(y, x) = static_cast<uint8_t>(std::lround(255.0 * std::sqrt(t)));
-        }
-    }
-    writePng(preview, path);
-}
-
-// Writes an 8-bit map of |read back - frame|, 0..maxError scaled to 0..255.
-void writeErrorMap(const tag_pxImage *frame, const tag_pxImage *back, double maxError, const fs::path &path) {
-    cv::Mat map(frame->height, frame->width, CV_8U);
-    for (int32_t y = 0; y < frame->height; ++y) {
-        for (int32_t x = 0; x < frame->width; ++x) {
-            const double error = std::fabs(pixelValue(back, x, y) - pixelValue(frame, x, y));
-            map.at<uint8_t>(y, x) =
-                static_cast<uint8_t>(std::lround(255.0 * error / std::max(maxError, 1.0)));
-        }
-    }
-    writePng(map, path);
-}
-
-// Result of one encoding in the demo.
-struct DemoResult {
-    std::string refusal; // why the writer refused the frame; empty when it wrote it
-    uintmax_t bytes = 0;
-    double writeMs = 0.0, readMs = 0.0;
-    Difference difference;
-    ImagePtr back;
-};
-
-// Writes one encoding of the frame (timed, from a fresh copy each time, since the encoders change the pixels
-// they are given); a refusal is noted in the result and leaves no file.
-void timeWrite(const tag_pxImage *frame, const DemoEncoding &encoding, const fs::path &path,
-               DemoResult &result) {
-    const std::vector<uint16_t> name = utf16Path(path.string());
-    ImagePtr source;
-    bool written = true;
-    result.writeMs = medianMilliseconds(
-        [&] { source = convertImage(frame, encoding.memoryType, false); },
-        [&] { written = written && pxImageWriteChecked(name.data(), encoding.fileType, source.get()); });
-    if (!written) {
-        result.refusal = libraryFailure("the writer refused the frame").what();
-        fs::remove(path);
-    }
-}
-
-// Reads the file back (timed) and compares it with the frame.
-void timeRead(const tag_pxImage *frame, const fs::path &path, double darkLimit, DemoResult &result) {
-    const std::vector<uint16_t> name = utf16Path(path.string());
-    bool read = true;
-    result.readMs = medianMilliseconds([&] { result.back.reset(); },
-                                       [&] {
-                                           tag_pxImage *raw = nullptr;
-                                           read = read && pxImageRead(name.data(), 0, 0, &raw);
-                                           result.back.reset(raw);
-                                       });
-    if (!read) {
-        throw libraryFailure(path.string() + ": cannot read back");
-    }
-    std::error_code error;
-    result.bytes = fs::file_size(path, error);
-    result.difference = compare(frame, result.back.get(), darkLimit);
-}
-
-// Writes, reads and checks one encoding of the frame.
-DemoResult runEncoding(const tag_pxImage *frame, const DemoEncoding &encoding, const fs::path &path,
-                       double darkLimit) {
-    DemoResult result;
-    timeWrite(frame, encoding, path, result);
-    if (result.refusal.empty()) {
-        timeRead(frame, path, darkLimit, result);
-    }
-    return result;
-}
-
-// Signed number with its sign ("+12", "-3", "0").
-std::string signedText(double value) {
-    return (value > 0 ? "+" : "") + shortest(value);
-}
-
-// The "read back" column of the table.
-std::string exactness(const Difference &d) {
-    if (d.maxAbs == 0.0) {
-        return "exact";
-    }
-    return "lossy: max abs error " + shortest(d.maxAbs) + " DN (" + signedText(d.minError) + ".." +
-           signedText(d.maxError) + "), rms " + fixed(d.rms, 1) + ", " + fixed(100.0 * d.changedShare, 1) +
-           "% of pixels changed";
-}
-
-// Left-aligned text in a column of the given width.
-std::string column(const std::string &text, size_t width) {
-    return text + std::string(text.size() < width ? width - text.size() : 1, ' ');
-}
-
-// Right-aligned text in a column of the given width.
-std::string rightColumn(const std::string &text, size_t width) {
-    return std::string(text.size() < width ? width - text.size() : 1, ' ') + text;
-}
-
-// The table's heading.
-std::string tableHeading() {
-    return column("encoding", 21) + column("file", 20) + rightColumn("bytes", 9) + rightColumn("ratio", 8) +
-           rightColumn("write ms", 10) + rightColumn("read ms", 9) + "   read back\n";
-}
-
-// One row of the table.
-std::string tableRow(const std::string &label, const std::string &file, uintmax_t bytes, double ratio,
-                     double writeMs, double readMs, const std::string &readBack) {
-    return column(label, 21) + column(file, 20) + rightColumn(std::to_string(bytes), 9) +
-           rightColumn(fixed(ratio, 2) + "x", 8) + rightColumn(fixed(writeMs, 2), 10) +
-           rightColumn(fixed(readMs, 2), 9) + "   " + readBack + "\n";
-}
-
-// The row of one encoding's result; plainBytes is the size of the plain SHORT file.
-std::string resultRow(const DemoEncoding &e, const DemoResult &r, uintmax_t plainBytes) {
-    if (!r.refusal.empty()) {
-        return column(e.label, 21) + column("(none)", 20) + "refused: " + r.refusal + "\n";
-    }
-    return tableRow(e.label, e.file, r.bytes, double(plainBytes) / double(r.bytes), r.writeMs, r.readMs,
-                    exactness(r.difference));
-}
-
-// The 16-bit PNG of the frame through OpenCV, as a lossless point of comparison.
-std::string pngReferenceRow(const tag_pxImage *frame, const fs::path &dir, uintmax_t plainBytes) {
-    const fs::path path = dir / "frame-16bit.png";
-    cv::Mat mat(frame->height, frame->width, CV_16U);
-    for (int32_t y = 0; y < frame->height; ++y) {
-        std::copy_n(reinterpret_cast<uint16_t **>(frame->pixMap[0])[y], frame->width, mat.ptr<uint16_t>(y));
-    }
-    cv::Mat back;
-    const double writeMs = medianMilliseconds([] {}, [&] { cv::imwrite(path.string(), mat); });
-    const double readMs =
-        medianMilliseconds([] {}, [&] { back = cv::imread(path.string(), cv::IMREAD_UNCHANGED); });
-    const bool exact = !back.empty() && cv::norm(back, mat, cv::NORM_INF) == 0.0;
-    std::error_code error;
-    const uintmax_t bytes = fs::file_size(path, error);
-    return tableRow("PNG 16-bit (OpenCV)", path.filename().string(), bytes,
-                    double(plainBytes) / double(bytes), writeMs, readMs, exact ? "exact" : "differs");
-}
-
-// What the numbers of the CSHORT and SHORT12 rows mean.
-void printNotes(const DemoResult &cshort, const DemoResult &short12, double darkLimit) {
-    std::cout << "\nratio: plain SHORT bytes / bytes; times: median of " << kRepetitions
-              << " runs, files in the page cache.\n";
-    if (cshort.refusal.empty()) {
-        std::cout
-            << "CSHORT is lossy by design: dark pixels (up to its baseline) are merged into runs within "
-               "+-128 "
-               "DN,\n  brighter ones within +-4 DN; steep edges and bright spots are kept pixel by pixel. "
-               "Largest error\n  here: "
-            << shortest(cshort.difference.maxAbsDark) << " DN in the dark background (below " << darkLimit
-            << " DN), " << shortest(cshort.difference.maxAbsBright) << " DN on the objects.\n";
-    }
-    const Difference &d = short12.difference;
-    std::cout << "SHORT12 keeps the 12 high bits of every pixel and reads the low 4 bits back as 12: ";
-    if (d.minError == d.maxError) {
-        std::cout << "this frame's values\n  use only the 12 high bits, so every pixel reads back exactly "
-                  << shortest(d.maxError) << " DN higher:\n  a constant offset, nothing else is lost.\n";
-    } else {
-        std::cout << "pixels read back\n  " << signedText(d.minError) << ".." << signedText(d.maxError)
-                  << " DN off; the low 4 bits of the data are lost.\n";
-    }
-}
-
-// Writes the frame's preview and the read-back previews and error maps of the lossy encodings.
-void writePreviews(const tag_pxImage *frame, const DemoResult &cshort, const DemoResult &short12,
-                   const fs::path &dir) {
-    writePreview(frame, dir / "preview-frame.png");
-    std::cout << "previews (8-bit, square-root stretch of 0.." << kPreviewHigh << " DN) and error maps\n"
-              << "  (|read back - frame| from 0 to the largest error): preview-frame.png";
-    const std::pair<const char *, const DemoResult *> lossy[] = {{"cshort", &cshort}, {"short12", &short12}};
-    for (const auto &[name, result] : lossy) {
-        if (result->back) {
-            writePreview(result->back.get(), dir / ("preview-" + std::string(name) + ".png"));
-            writeErrorMap(frame, result->back.get(), result->difference.maxAbs,
-                          dir / ("error-" + std::string(name) + ".png"));
-            std::cout << ",\n  preview-" << name << ".png, error-" << name << ".png";
-        }
-    }
-    std::cout << "\n";
-}
-
-// The encodings of one frame, in table order.
-const DemoEncoding kEncodings[] = {{"plain SHORT", "frame-short.pxi", SHORT, 0},
-                                   {"CSHORT", "frame-cshort.pxi", SHORT, CSHORT},
-                                   {"SHORT12", "frame-short12.pxi", SHORT, SHORT12},
-                                   {"plain FLOAT", "frame-float.pxi", FLOAT, 0}};
-
-// Writes every encoding of a frame into dir (file names with the given prefix) and prints their rows.
-std::vector<DemoResult> encodeAll(const tag_pxImage *frame, const fs::path &dir, const std::string &prefix,
-                                  double darkLimit) {
-    std::vector<DemoResult> results;
-    uintmax_t plainBytes = 0;
-    for (DemoEncoding e : kEncodings) {
-        const std::string file =
-            prefix + std::string(e.file).substr(6); // "frame-short.pxi" -> prefix + "short.pxi"
-        e.file = file.c_str();
-        results.push_back(runEncoding(frame, e, dir / file, darkLimit));
-        plainBytes = plainBytes ? plainBytes : results.back().bytes;
-        std::cout << resultRow(e, results.back(), plainBytes);
-    }
-    return results;
-}
-
-// demo: synthesise, write and read every encoding, print the tables and the notes, write the previews.
-void runDemo(const std::string &given) {
-    const fs::path dir = demoDirectory(given);
-    ImagePtr frame = synthesizeFrame(kDemoWidth, kDemoHeight, kDemoSeed, 12);
-    std::cout
-        << "pximg demo: synthetic 16-bit camera frame, " << kDemoWidth << " x " << kDemoHeight << ", seed "
-        << kDemoSeed << ": dark background (100 DN offset plus dark current),\n"
-        << "  bright textured discs and rectangles (2000..40000 DN), shot noise (1.5 DN per electron), 4 DN "
-           "read noise,\n  digitised by a 12-bit converter into the high bits (values are multiples of 16)\n"
-        << "  files and previews in " << dir.string() << "\n\n"
-        << tableHeading();
-    std::vector<DemoResult> results = encodeAll(frame.get(), dir, "frame-", kDarkLimit);
-    std::cout << pngReferenceRow(frame.get(), dir, results[0].bytes);
-    printNotes(results[1], results[2], kDarkLimit);
-    writePreviews(frame.get(), results[1], results[2], dir);
-
-    ImagePtr full = synthesizeFrame(kDemoWidth, kDemoHeight, kDemoSeed, 16);
-    std::cout << "\nThe same scene digitised with all 16 bits significant (noise reaches the lowest bit):\n\n"
-              << tableHeading();
-    std::vector<DemoResult> fullResults = encodeAll(full.get(), dir, "full16-", kDarkLimit);
-    printNotes(fullResults[1], fullResults[2], kDarkLimit);
-    if (!fullResults[1].refusal.empty()) {
-        std::cout
-            << "CSHORT never merges a pixel whose lowest bit is set (that bit marks protected pixels), so "
-               "data with\n  noise in the lowest bit does not compress and the writer refuses it.\n";
+    std::cout << (array ? "]\n" : "");
+    if (failed) {
+        throw Failed();
     }
 }
 
 } // namespace
 
 void addFileCommands(CLI::App &app) {
-    auto paths = std::make_shared<std::vector<std::string>>();
-    auto json = std::make_shared<bool>(false);
-    CLI::App *info =
-        app.add_subcommand("info", "Show the header of pxImage files: version, type, encoding, size, "
-                                   "ROI, origin, every metadata field, file size");
-    info->add_option("FILE", *paths, "pxImage files")->required();
-    info->add_flag("--json", *json, "one JSON object per file (an array for several)");
-    info->callback([paths, json] { runInfo(*paths, *json); });
+    auto options = std::make_shared<InfoOptions>();
+    CLI::App *info = app.add_subcommand(
+        "info", "Describe image files: of pxImage files the header (version, type, encoding, size, ROI, "
+                "origin, every metadata field), of PNG, TIFF and PGM files the size, channels and bits");
+    info->add_option("FILE", options->paths, "image files")->required();
+    info->add_flag("--json", options->json, "one JSON object per file (an array for several)");
+    info->add_flag("--stats", options->stats, "also min, max, mean and standard deviation of the pixels");
+    info->add_flag("--check", options->check,
+                   "decode every pixel: the exit status says whether every file reads");
+    addColourOptions(info);
+    info->callback([options] { runInfo(*options); });
 
-    auto options = std::make_shared<ConvertOptions>();
-    CLI::App *convert = app.add_subcommand(
-        "convert",
-        "Convert between pxImage files (and their encodings), PNG, TIFF and PGM; 16-bit stays 16-bit");
-    convert->add_option("IN", options->input, "input image")->required();
-    convert
-        ->add_option("OUT", options->output,
-                     "output image: .png, .tif, .tiff, .pgm, anything else is pxImage")
-        ->required();
-    convert->add_option("--type", options->type, "pixel type: ubyte, short, int, float, double or 1..8");
-    convert->add_option("--encoding", options->encoding, "pxImage encoding: plain, cbit, cshort or short12");
-    convert->add_flag(
-        "--transform", options->transform,
-        "scale SHORT 0..65535 to FLOAT about 0..255 (or back) when --type changes between them");
-    convert->callback([options] { runConvert(*options); });
-
-    auto directory = std::make_shared<std::string>();
-    CLI::App *demo =
-        app.add_subcommand("demo", "Synthesise a 16-bit camera frame, write it in every encoding, "
-                                   "compare sizes, speeds and exactness, write PNG previews");
-    demo->add_option("DIR", *directory,
-                     "output folder (default: a new folder under the system's temp folder)");
-    demo->callback([directory] { runDemo(*directory); });
+    addConvertCommand(app);
+    addDemoCommand(app);
 }
 
 } // namespace pximg
