@@ -27,7 +27,8 @@ using ImagePtr = std::unique_ptr<tag_pxImage, ImageDeleter>;
 
 // Loads an image: our format (recognised by content), or PNG, TIFF or PGM through OpenCV (8-bit as UBYTE,
 // 16-bit as SHORT, 32-bit float as FLOAT; grey in any colour layout as grey, colour as setColourReading in
-// pximgTool.h chose; "-" and images over 9999 x 9999 are refused). `type` 0 keeps the stored type. Throws Error.
+// pximgTool.h chose; "-" and images over 9999 x 9999 are refused). `type` 0 keeps the stored type. Throws
+// Error.
 ImagePtr loadImage(const std::string &path, int32_t type = 0);
 
 // Saves an image: .png, .tif, .tiff and .pgm through OpenCV (16-bit kept as 16-bit), .pxi and .pim (or any

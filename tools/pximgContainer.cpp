@@ -8,7 +8,7 @@
 
 #include "PxImageContainer.h"
 #include "pxEnvPath.h"
-#include "pximgCommands.h"
+#include "pximgTool.h"
 
 namespace pximg {
 
@@ -23,6 +23,7 @@ struct GrabOptions {
     int32_t width = 320;
     int32_t height = 240;
     uint32_t seed = 1;
+    std::string sheet; // read: also draw a contact sheet here
 };
 
 // A container that tells the tool the names and kind words it uses.
@@ -149,7 +150,30 @@ void checkFiles(const ListedContainer &container, const std::string &directory) 
     }
 }
 
+// The contact sheet of a read grab: one tile per image, labelled with its kind, set and position.
+void drawSheet(ListedContainer &container, const GrabOptions &options) {
+    std::vector<cv::Mat> tiles;
+    for (size_t i = 0; i < container.GetCount(); ++i) {
+        const tag_pxImage *image = container.Get(i);
+        if (image == nullptr) {
+            continue;
+        }
+        bool older = false;
+        container.fileOf(i, older);
+        const size_t exposure = i / 3;
+        const uint32_t set = exposure < options.sets.size() ? options.sets[exposure] : 0;
+        tiles.push_back(contactTile(image,
+                                    container.kindOf(i, older) + "  set " + std::to_string(set) + "  pos " +
+                                        std::to_string(i % 3),
+                                    240, 202));
+    }
+    writeSheet(tiles, options.sheet);
+}
+
 void runRead(const GrabOptions &options) {
+    if (!options.sheet.empty()) {
+        checkWritable(options.sheet); // before anything is printed
+    }
     ListedContainer container(options);
     checkFiles(container, options.directory);
     showLibraryWarnings(false);
@@ -162,6 +186,10 @@ void runRead(const GrabOptions &options) {
     listImages(container, options.directory, std::cout);
     const std::u16string xml = container.toXMLString();
     std::cout << PxTextToUtf8(xml.c_str()) << '\n';
+    if (!options.sheet.empty()) {
+        drawSheet(container, options);
+        std::cout << "contact sheet " << options.sheet << '\n';
+    }
 }
 
 // Adds the options both subcommands take.
@@ -197,6 +225,9 @@ void addContainerCommands(CLI::App &app) {
     auto readOptions = std::make_shared<GrabOptions>();
     CLI::App *read = container->add_subcommand("read", "read a grab, list its files and print its XML form");
     addGrabOptions(read, *readOptions);
+    read->add_option(
+        "--sheet", readOptions->sheet,
+        "also draw a contact sheet of the grab as a PNG (one tile per image: kind, set, position)");
     read->callback([readOptions] { runRead(*readOptions); });
 }
 

@@ -126,7 +126,14 @@ std::string encodingDescription(int32_t storedType) {
 void readInfo(FileInfo &info, bool stats, bool check) {
     info.format = foreignFormat(info.path);
     if (info.format.empty()) {
-        info.header = readHeaderBlock(info.path, info.version, info.storedType);
+        try {
+            info.header = readHeaderBlock(info.path, info.version, info.storedType);
+        } catch (const Error &e) {
+            if (std::string(e.what()) == info.path + ": not a pxImage file") {
+                throw Error(info.path + ": not an image file (neither PNG, TIFF, PGM nor a pxImage file)");
+            }
+            throw;
+        }
     } else {
         readForeign(info);
     }
@@ -369,6 +376,7 @@ void addFileCommands(CLI::App &app) {
 
     addConvertCommand(app);
     addDemoCommand(app);
+    addCompareCommands(app);
 }
 
 } // namespace pximg

@@ -104,4 +104,10 @@ void addConvertCommand(CLI::App &app);
 void addStatsCommand(CLI::App &app);
 void addCompareCommands(CLI::App &app); // compare, preview
 
+// A tile of a contact sheet: the image with the automatic stretch, scaled into width x height with a label
+// below. O(pixels).
+cv::Mat contactTile(const tag_pxImage *image, const std::string &label, int width, int height);
+// Writes tiles of one size three to a row as an 8-bit PNG. Throws Error.
+void writeSheet(const std::vector<cv::Mat> &tiles, const std::string &path);
+
 } // namespace pximg

@@ -34,7 +34,7 @@ everyday_scenario(FilterResultType)
 everyday(InfoGoodBadGood ARGS info ${demo}/frame-short.pxi ${CMAKE_CURRENT_SOURCE_DIR}/CMakeLists.txt
   ${demo}/frame-float.pxi EXPECT_EXIT 1
   EXPECT_STDOUT "file +[^\n]*frame-short.pxi\n.*file +[^\n]*frame-float.pxi\n"
-  EXPECT_STDERR "^pximg: [^\n]*CMakeLists.txt: not a pxImage file\n$" EXPECT_STDERR_LINES 1)
+  EXPECT_STDERR "^pximg: [^\n]*CMakeLists.txt: not an image file \\(neither PNG, TIFF, PGM nor a pxImage file\\)\n$" EXPECT_STDERR_LINES 1)
 everyday(InfoJsonGoodBadGood ARGS info --json ${demo}/frame-short.pxi ${PXIMG_TEST_WORK}/missing.pxi
   ${demo}/frame-float.pxi EXPECT_EXIT 1
   EXPECT_STDOUT "frame-short.pxi\",\n.*\n  },\n  {\n    \"file\": \"[^\"]*missing.pxi\",\n    \"error\": \"[^\"]*missing.pxi: No such file or directory\"\n  },\n  {\n    \"file\": \"[^\"]*frame-float.pxi\",\n"
@@ -128,3 +128,8 @@ everyday(DemoUnwritable ARGS demo /proc/self EXPECT_EXIT 1 EXPECT_STDOUT "^$"
   EXPECT_STDERR "^pximg: /proc/self/frame-short.pxi: [A-Z][^\n]*\n$" EXPECT_STDERR_LINES 1)
 
 set_tests_properties(${everydayTests} PROPERTIES FIXTURES_REQUIRED "pximgDemo;pximgEveryday")
+
+# Features: batch use, info for any image, compare, preview, contact sheet.
+everyday_scenario(EverydayBatch)
+everyday_scenario(EverydayCompare)
+set_tests_properties(pximg.EverydayBatch pximg.EverydayCompare PROPERTIES FIXTURES_REQUIRED "pximgDemo;pximgEveryday")
