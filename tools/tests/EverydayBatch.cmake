@@ -43,3 +43,10 @@ run(0 info --stats --json ${IMG}/constant.png)
 expect("${OUT}" "\"format\": \"PNG\",\n.*\"stats\": {\"min\": 7, \"max\": 7, \"mean\": 7, \"stdDev\": 0}\n}\n$")
 run(0 info --stats ${IMG}/camera16.png)
 expect("${OUT}" "bits +16 per sample\nfile size +[0-9]+ bytes\nmin +0\nmax +65535\nmean +[0-9.]+\nstd dev +[0-9.]+\n$")
+
+# info reads TIFF and PGM files as well.
+run(0 info --json ${WORK}/tif/camera16.tif)
+expect("${OUT}" "\"format\": \"TIFF\",\n  \"width\": 64,\n  \"height\": 48,\n  \"channels\": 1,\n  \"layout\": \"grey\",\n  \"bitsPerSample\": 16,")
+run(0 convert ${IMG}/camera.png ${WORK}/camera.pgm)
+run(0 info ${WORK}/camera.pgm)
+expect("${OUT}" "format +PGM\nsize +64 x 48\nchannels +grey, 1 channel\nbits +8 per sample\n")
