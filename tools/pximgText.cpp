@@ -136,13 +136,19 @@ int reportUsageError(const CLI::App &app, const CLI::ParseError &error, int argc
     const std::string name = commandName(chain);
     const std::string hint = " (see " + name + " --help)";
     const bool needsSubcommand = last->get_require_subcommand_min() > 0;
+    const std::string where = chain.size() == 1 ? "" : name.substr(6) + ": ";
     if (!unknown.empty() && needsSubcommand) {
-        std::cerr << "pximg: " << (chain.size() == 1 ? "" : name.substr(6) + ": ") << "unknown command '"
-                  << unknown << "' (use " << subcommandList(last) << ")" << hint << '\n';
+        std::cerr << "pximg: " << where << "unknown command '" << unknown << "' (use " << subcommandList(last)
+                  << ")" << hint << '\n';
         return 1;
     }
-    if (needsSubcommand) {
-        std::cerr << "pximg: " << name.substr(6) << " needs one of: " << subcommandList(last) << hint << '\n';
+    if (chain.size() == 1 && unknown.empty() && argc > 1 && argv[1][0] == '-') { // options of no command
+        std::cerr << "pximg: unknown option '" << argv[1] << "'" << hint << '\n';
+        return 1;
+    }
+    if (needsSubcommand && dynamic_cast<const CLI::RequiredError *>(&error) != nullptr) {
+        std::cerr << "pximg: " << where << "a command is needed: one of " << subcommandList(last) << hint
+                  << '\n';
         return 1;
     }
     std::cerr << "pximg: " << error.what() << hint << '\n';

@@ -58,6 +58,9 @@ everyday(UnknownFilter ARGS filter blur a.png b.png EXPECT_EXIT 1
   EXPECT_STDERR "^pximg: filter: unknown command 'blur' \\(use box, min, max, .*\\) \\(see pximg filter --help\\)\n$")
 everyday(WindowNotANumber ARGS filter box --window abc a.png b.png EXPECT_EXIT 1
   EXPECT_STDERR "^pximg: --window: 'abc' is not a whole number \\(use 1..9999\\) \\(see pximg filter box --help\\)\n$")
+everyday(UnknownTopOption ARGS --bogus EXPECT_EXIT 1 EXPECT_STDERR "^pximg: [^\n]*--bogus[^\n]*\\(see pximg --help\\)\n$")
+everyday(ContainerWithoutCommand ARGS container EXPECT_EXIT 1
+  EXPECT_STDERR "^pximg: container: a command is needed: one of write, read \\(see pximg container --help\\)\n$")
 everyday(NoCommandUsage ARGS "" EXPECT_EXIT 1 EXPECT_STDOUT "Usage: pximg" EXPECT_STDERR "^$")
 
 # 5. Levels an 8-bit image cannot hold are refused with the range, not wrapped around.
