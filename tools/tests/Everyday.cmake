@@ -8,7 +8,7 @@ endif()
 set(img ${PXIMG_TEST_WORK}/everyday)
 set(out ${PXIMG_TEST_WORK}/everyday-out)
 add_test(NAME pximg.EverydayImages
-  COMMAND ${Python3_EXECUTABLE} ${CMAKE_CURRENT_SOURCE_DIR}/tests/make_images.py ${img})
+  COMMAND ${Python3_EXECUTABLE} ${CMAKE_CURRENT_SOURCE_DIR}/tests/make_images.py ${img} ${out})
 set_tests_properties(pximg.EverydayImages PROPERTIES FIXTURES_SETUP pximgEveryday)
 set(everydayTests "")
 function(everyday name) # a function, so that the regular expressions keep their backslashes

@@ -1,6 +1,7 @@
 """Writes the small PNG files of the everyday pximg tests with the standard library only, so that every
 colour layout a camera or an image editor produces is covered: grey, grey + alpha, grey and colour palettes,
-grey stored as RGB, real colour, 16-bit grey, a constant image and one wider than images can be."""
+grey stored as RGB, real colour, 16-bit grey, a constant image and one wider than images can be.
+Arguments: the folder of the pictures, then folders to create for the tests' outputs."""
 import struct
 import sys
 import zlib
@@ -50,3 +51,5 @@ def main(out):
 
 if __name__ == "__main__":
     main(sys.argv[1])
+    for folder in sys.argv[2:]:  # further folders the tests write into
+        Path(folder).mkdir(parents=True, exist_ok=True)
