@@ -1,7 +1,6 @@
-// Filter subcommands of pximg: "filter" runs one neighbourhood filter of the library on an image file
-// (box, min, max, dilate, erode, threshold, negate, reflect) and writes the result; "stats" measures a
-// rectangle of an image (or the vector length of a two-image vector field) and prints count, mean, standard
-// deviation and a histogram, optionally drawn as a PNG bar chart.
+// Filter subcommands of pximg: "filter" runs one neighbourhood filter of the library on image files (box,
+// min, max, dilate, erode, threshold, negate, reflect) and writes each result, in the input's 8- or 16-bit
+// type when it fits; "stats" registers from its own module.
 #include <algorithm>
 #include <cmath>
 #include <cstdio>

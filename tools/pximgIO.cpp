@@ -1,5 +1,6 @@
-// Image input and output of pximg: our file format through the library, PNG, TIFF and PGM through OpenCV;
-// the bridge from the library's log to the terminal; paths, pixel type names and the synthetic frame.
+// Image input and output of pximg: our file format through the library, PNG, TIFF and PGM through OpenCV,
+// written under a partial name that is renamed when complete (and removed on failure, SIGINT or SIGTERM);
+// the bridge from the library's log to the terminal; paths and pixel type names.
 #include <algorithm>
 #include <cctype>
 #include <cerrno>
