@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <numeric>
 #include <iostream>
 #include <memory>
 #include <sstream>
@@ -46,6 +47,7 @@ struct Measurement {
     double maximum = 0.0;
     double lowest = 0.0, highest = 0.0; // the values' own range (no number: both 0)
     bool found = false;                 // whether the region holds a number
+    double step = 1.0;                  // integer data: the values' common step (12-bit data in 16 bits: 16)
     std::vector<uint32_t> histogram;    // one counter per bin
 };
 
@@ -92,17 +94,33 @@ bool regionRange(const tag_pxImage *image, const tag_pxImage *flowY, const doubl
     return found;
 }
 
-// The histogram's edges and bin count for values lowest..highest: whole-value bins for integer data (as
-// many as needed, at most `bins`), `bins` equal bins otherwise; one bin for a constant.
+// The greatest common divisor of the distances of the region's values from `lowest` (integer data held as
+// doubles): a camera's 12-bit values in the high bits of 16 are all multiples of 16 apart.
+double valueStep(const tag_pxImage *image, const double corner1[2], const double corner2[2], double lowest) {
+    const Rect r = rectOf(corner1, corner2);
+    double *const *xs = reinterpret_cast<double *const *>(image->pixMap[0]);
+    uint64_t step = 0;
+    for (int32_t y = r.y0; y < r.y1 && step != 1; ++y) {
+        for (int32_t x = r.x0; x < r.x1; ++x) {
+            step = std::gcd(step, static_cast<uint64_t>(xs[y][x] - lowest));
+        }
+    }
+    return step == 0 ? 1.0 : double(step);
+}
+
+// The histogram's edges and bin count for values lowest..highest: for integer data bins of whole values
+// (whole steps of the data, as many as needed, at most `bins`), `bins` equal bins otherwise; one bin for a
+// constant.
 void histogramLayout(Measurement &m, int32_t &bins, bool integer) {
     if (!m.found || bins < 1) {
         bins = 0;
         return;
     }
     if (integer) {
-        const double values = m.highest - m.lowest + 1.0;
-        const double width = std::ceil(values / bins);
-        bins = static_cast<int32_t>(std::ceil(values / width));
+        const double levels = (m.highest - m.lowest) / m.step + 1.0;
+        const double perBin = std::ceil(levels / bins);
+        const double width = perBin * m.step;
+        bins = static_cast<int32_t>(std::ceil(levels / perBin));
         m.minimum = m.lowest;
         m.maximum = m.lowest + width * bins;
     } else if (m.highest == m.lowest) {
@@ -120,6 +138,7 @@ Measurement measure(const tag_pxImage *image, const tag_pxImage *flowY, const do
     Measurement m;
     if (ownRange) {
         m.found = regionRange(image, flowY, corner1, corner2, m.lowest, m.highest);
+        m.step = integer && m.found ? valueStep(image, corner1, corner2, m.lowest) : 1.0;
         histogramLayout(m, bins, integer);
     }
     m.histogram.assign(static_cast<size_t>(bins) + 1, 0);
@@ -153,7 +172,7 @@ double binEdge(const Measurement &m, size_t i) {
 // The text of bin i: "[a, b)", the last one closed for real data; a whole value alone for bins of one.
 std::string binText(const Measurement &m, size_t i, bool integer) {
     const double a = binEdge(m, i), b = binEdge(m, i + 1);
-    if ((integer && b - a == 1.0) || m.lowest == m.highest) {
+    if ((integer && b - a == m.step) || m.lowest == m.highest) {
         return number(a);
     }
     const bool last = i + 1 == m.histogram.size();
@@ -166,7 +185,9 @@ void printHistogram(const Measurement &m, bool integer, std::ostream &out) {
     }
     const uint32_t highest = std::max(1u, *std::max_element(m.histogram.begin(), m.histogram.end()));
     out << "histogram   " << m.histogram.size() << " bins of width " << number(binEdge(m, 1) - binEdge(m, 0))
-        << (integer ? " (whole values)" : "") << '\n';
+        << (integer ? " (whole values" + (m.step > 1.0 ? ", data in steps of " + number(m.step) : "") + ")"
+                    : "")
+        << '\n';
     for (size_t i = 0; i < m.histogram.size(); ++i) {
         const int bar = static_cast<int>(std::lround(40.0 * m.histogram[i] / highest));
         char line[160];

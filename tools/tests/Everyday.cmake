@@ -115,6 +115,8 @@ everyday(StatsConstant ARGS stats ${img}/constant.png EXPECT_EXIT 0
 everyday(StatsWholeValueBins ARGS stats ${img}/camera.png --bins 256 EXPECT_EXIT 0
   EXPECT_STDOUT "histogram +256 bins of width 1 \\(whole values\\)\n  0 ")
 everyday_scenario(StatsNoEmptyBins)
+everyday(StatsDataSteps ARGS stats ${demo}/frame-short.pxi --region 0 0 32 32 --bins 1000 EXPECT_EXIT 0
+  EXPECT_STDOUT "range +112 .. 160\nhistogram +4 bins of width 16 \\(whole values, data in steps of 16\\)\n  112 +#+ +44\n  128 ")
 everyday(StatsSizesDiffer ARGS stats ${img}/camera.png --flow-y ${img}/constant.png EXPECT_EXIT 1
   EXPECT_STDERR "^pximg: the images differ in size: [^\n]*camera.png is 64 x 48, [^\n]*constant.png is 16 x 16\n$")
 everyday(StatsRegionOutsideNamed ARGS stats ${img}/camera.png --region 0 0 65 10 EXPECT_EXIT 1
