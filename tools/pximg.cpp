@@ -1,11 +1,13 @@
 // pximg: the command-line tool of the image library. Parses the command line, runs one subcommand and turns
 // every failure into one line on stderr and exit status 1.
+#include <algorithm>
 #include <exception>
 #include <iostream>
 
 #include <CLI/CLI.hpp>
 
 #include "pximgCommands.h"
+#include "pximgTool.h"
 
 namespace {
 
@@ -25,7 +27,6 @@ int main(int argc, char **argv) {
     app.set_version_flag("--version", "pximg " PXIMG_VERSION);
     app.require_subcommand(1);
     pximg::addFileCommands(app);
-    pximg::addDemoCommand(app);
     pximg::addFilterCommands(app);
     pximg::addContainerCommands(app);
     pximg::addMarkCommands(app);
@@ -33,15 +34,23 @@ int main(int argc, char **argv) {
     pximg::addPreprocCommands(app);
     pximg::addWarpCommands(app);
     pximg::installLibraryLog();
+    if (argc == 1) { // no command: the usage, and the status of a command that did not run
+        std::cout << app.help();
+        return 1;
+    }
+    if (std::string(argv[1]) == "help") { // "pximg help filter box" is "pximg filter box --help"
+        argv[1] = const_cast<char *>("--help");
+        std::rotate(argv + 1, argv + 2, argv + argc);
+    }
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError &e) {
         if (e.get_exit_code() == static_cast<int>(CLI::ExitCodes::Success)) {
             return app.exit(e); // --help and --version
         }
-        return fail(std::string(e.what()) + " (see pximg --help)");
+        return pximg::reportUsageError(app, e, argc, argv);
     } catch (const pximg::Error &e) {
-        return fail(e.what());
+        return e.what()[0] == '\0' ? 1 : fail(e.what());
     } catch (const std::exception &e) {
         return fail(std::string("unexpected failure: ") + e.what());
     }

@@ -26,14 +26,16 @@ struct ImageDeleter {
 using ImagePtr = std::unique_ptr<tag_pxImage, ImageDeleter>;
 
 // Loads an image: our format (recognised by content), or PNG, TIFF or PGM through OpenCV (8-bit as UBYTE,
-// 16-bit as SHORT, 32-bit float as FLOAT; colour is refused). `type` 0 keeps the stored type. Throws Error.
+// 16-bit as SHORT, 32-bit float as FLOAT; grey in any colour layout as grey, colour as setColourReading in
+// pximgTool.h chose; "-" and images over 9999 x 9999 are refused). `type` 0 keeps the stored type. Throws
+// Error.
 ImagePtr loadImage(const std::string &path, int32_t type = 0);
 
-// Saves an image: .png, .tif, .tiff and .pgm through OpenCV (16-bit kept as 16-bit), any other name in our
-// format written as `fileType` (0: the image's type; CBIT, CSHORT, SHORT12 for the encodings) with or
-// without the SHORT<->FLOAT transform. Throws Error.
+// Saves an image: .png, .tif, .tiff and .pgm through OpenCV (16-bit kept as 16-bit), .pxi and .pim (or any
+// name with `format` "pxi"; other names are refused) in our format written as `fileType` (0: the image's
+// type; CBIT, CSHORT, SHORT12 for the encodings) with or without the SHORT<->FLOAT transform. Throws Error.
 void saveImage(const tag_pxImage *image, const std::string &path, int32_t fileType = 0,
-               bool transform = false);
+               bool transform = false, const std::string &format = "");
 
 // Checks that an output file can be made at `path` (a file beside it is created and removed again), so that
 // a command with several outputs can refuse before it writes any. O(1). Throws Error with the system's
@@ -87,8 +89,7 @@ std::string shortest(int32_t value);
 std::string fixed(double value, int decimals);
 
 // Subcommand groups.
-void addFileCommands(CLI::App &app);      // info, convert
-void addDemoCommand(CLI::App &app);       // demo
+void addFileCommands(CLI::App &app);      // info, convert, demo, compare, preview
 void addFilterCommands(CLI::App &app);    // filter, stats
 void addContainerCommands(CLI::App &app); // container write, container read
 void addMarkCommands(CLI::App &app);      // mark

@@ -8,7 +8,7 @@
 
 #include "PxImageContainer.h"
 #include "pxEnvPath.h"
-#include "pximgCommands.h"
+#include "pximgTool.h"
 
 namespace pximg {
 
@@ -23,6 +23,7 @@ struct GrabOptions {
     int32_t width = 320;
     int32_t height = 240;
     uint32_t seed = 1;
+    std::string sheet; // read: also draw a contact sheet here
 };
 
 // A container that tells the tool the names and kind words it uses.
@@ -63,6 +64,19 @@ class ListedContainer : public PxImageContainer {
     }
 };
 
+// A failure of the container: the library joins the folder and a file name with '\\', which is shown with
+// this system's separator.
+Error grabFailure(const std::string &what, const std::string &directory) {
+    std::string text = libraryFailure(what).what();
+#ifndef _WIN32
+    const std::string joined = directory + "\\";
+    for (size_t at = text.find(joined); at != std::string::npos; at = text.find(joined, at + 1)) {
+        text[at + directory.size()] = '/';
+    }
+#endif
+    return Error(text);
+}
+
 // The last part of a name built with '\' or '/' separators.
 std::string baseName(const std::string &name) {
     const size_t slash = name.find_last_of("\\/");
@@ -101,11 +115,16 @@ void listImages(const ListedContainer &container, const std::string &directory, 
 }
 
 void runWrite(const GrabOptions &options) {
+    std::error_code error;
+    std::filesystem::create_directories(options.directory, error);
+    if (error) {
+        throw Error(options.directory + ": cannot create the folder (" + error.message() + ")");
+    }
     ListedContainer container(options);
     for (size_t i = 0; i < container.imageCount(); ++i)
         container.Add(synthesizeFrame(options.width, options.height, options.seed + uint32_t(i)).release());
     if (!container.Write())
-        throw libraryFailure(options.directory + ": cannot write the grab");
+        throw grabFailure(options.directory + ": cannot write the grab", options.directory);
     std::cout << "wrote " << container.GetCount() << " images of grab type " << options.grabType << ", tile "
               << options.tile << '\n';
     listImages(container, options.directory, std::cout);
@@ -131,19 +150,46 @@ void checkFiles(const ListedContainer &container, const std::string &directory) 
     }
 }
 
+// The contact sheet of a read grab: one tile per image, labelled with its kind, set and position.
+void drawSheet(ListedContainer &container, const GrabOptions &options) {
+    std::vector<cv::Mat> tiles;
+    for (size_t i = 0; i < container.GetCount(); ++i) {
+        const tag_pxImage *image = container.Get(i);
+        if (image == nullptr) {
+            continue;
+        }
+        bool older = false;
+        container.fileOf(i, older);
+        const size_t exposure = i / 3;
+        const uint32_t set = exposure < options.sets.size() ? options.sets[exposure] : 0;
+        tiles.push_back(contactTile(image,
+                                    container.kindOf(i, older) + "  set " + std::to_string(set) + "  pos " +
+                                        std::to_string(i % 3),
+                                    240, 202));
+    }
+    writeSheet(tiles, options.sheet);
+}
+
 void runRead(const GrabOptions &options) {
+    if (!options.sheet.empty()) {
+        checkWritable(options.sheet); // before anything is printed
+    }
     ListedContainer container(options);
     checkFiles(container, options.directory);
     showLibraryWarnings(false);
     const bool read = container.Read();
     showLibraryWarnings(true);
     if (!read)
-        throw libraryFailure(options.directory + ": cannot read the grab");
+        throw grabFailure(options.directory + ": cannot read the grab", options.directory);
     std::cout << "read " << container.GetCount() << " images of grab type " << options.grabType << ", tile "
               << options.tile << '\n';
     listImages(container, options.directory, std::cout);
     const std::u16string xml = container.toXMLString();
     std::cout << PxTextToUtf8(xml.c_str()) << '\n';
+    if (!options.sheet.empty()) {
+        drawSheet(container, options);
+        std::cout << "contact sheet " << options.sheet << '\n';
+    }
 }
 
 // Adds the options both subcommands take.
@@ -152,8 +198,11 @@ void addGrabOptions(CLI::App *command, GrabOptions &options) {
     command->add_option("--grab-type", options.grabType, "grab type 1..55 (default 1)")
         ->check(CLI::Range(1, 55));
     command->add_option("--tile", options.tile, "tile number (default 0)");
-    command->add_option("--set", options.sets, "set numbers of exposures 0, 1, 2 (default 0)")
-        ->expected(1, 3);
+    command
+        ->add_option("--set", options.sets,
+                     "set numbers of exposures 0, 1 and 2: one to three numbers (default 0)")
+        ->expected(1, 3)
+        ->type_name("S0 [S1 [S2]]");
 }
 
 } // namespace
@@ -176,6 +225,9 @@ void addContainerCommands(CLI::App &app) {
     auto readOptions = std::make_shared<GrabOptions>();
     CLI::App *read = container->add_subcommand("read", "read a grab, list its files and print its XML form");
     addGrabOptions(read, *readOptions);
+    read->add_option(
+        "--sheet", readOptions->sheet,
+        "also draw a contact sheet of the grab as a PNG (one tile per image: kind, set, position)");
     read->callback([readOptions] { runRead(*readOptions); });
 }
 

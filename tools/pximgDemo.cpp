@@ -1,5 +1,5 @@
-// The demo subcommand of pximg: a synthetic camera frame in every encoding of the file format, timed,
-// read back and compared, with PNG previews and error maps.
+// demo subcommand of pximg: a synthetic camera frame in every encoding, timed, read back and checked, beside
+// a 16-bit PNG, with PNG previews and error maps of the lossy encodings.
 #include <algorithm>
 #include <chrono>
 #include <cmath>
@@ -7,18 +7,19 @@
 #include <cstdlib>
 #include <filesystem>
 #include <iostream>
-#include <sstream>
 
 #include <opencv2/core.hpp>
 #include <opencv2/imgcodecs.hpp>
 
-#include "pximgCommands.h"
+#include "pximgTool.h"
 
 namespace pximg {
 
 namespace {
 
 namespace fs = std::filesystem;
+
+// ---- demo ------------------------------------------------------------------------------------------------
 
 // Size and seed of the demo frame.
 constexpr int32_t kDemoWidth = 1024, kDemoHeight = 768;
@@ -100,6 +101,7 @@ fs::path demoDirectory(const std::string &given) {
         if (error || !fs::is_directory(given)) {
             throw Error(given + ": cannot create the folder (" + error.message() + ")");
         }
+        checkWritable((fs::path(given) / "frame-short.pxi").string()); // the system's reason, before any row
         return given;
     }
     std::string pattern = (fs::temp_directory_path() / "pximg-demo-XXXXXX").string();
@@ -251,7 +253,12 @@ std::string pngReferenceRow(const tag_pxImage *frame, const fs::path &dir, uintm
         std::copy_n(reinterpret_cast<uint16_t **>(frame->pixMap[0])[y], frame->width, mat.ptr<uint16_t>(y));
     }
     cv::Mat back;
-    const double writeMs = medianMilliseconds([] {}, [&] { cv::imwrite(path.string(), mat); });
+    bool written = true;
+    const double writeMs =
+        medianMilliseconds([] {}, [&] { written = written && cv::imwrite(path.string(), mat); });
+    if (!written) {
+        throw Error(path.string() + ": OpenCV could not write the image");
+    }
     const double readMs =
         medianMilliseconds([] {}, [&] { back = cv::imread(path.string(), cv::IMREAD_UNCHANGED); });
     const bool exact = !back.empty() && cv::norm(back, mat, cv::NORM_INF) == 0.0;

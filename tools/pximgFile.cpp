@@ -1,5 +1,5 @@
-// File subcommands of pximg: info (the header of our files, as text or JSON) and convert (between our format,
-// its encodings, PNG, TIFF and PGM).
+// File subcommands of pximg: info (the header of our files, size and channels of PNG, TIFF and PGM files,
+// optionally their statistics, as text or JSON); convert and demo register from their own modules.
 #include <algorithm>
 #include <chrono>
 #include <cmath>
@@ -7,55 +7,22 @@
 #include <cstdlib>
 #include <filesystem>
 #include <iostream>
+#include <cstring>
+#include <fstream>
 #include <sstream>
 
 #include <opencv2/core.hpp>
 #include <opencv2/imgcodecs.hpp>
 
-#include "pximgCommands.h"
+#include "pximgTool.h"
 
 namespace pximg {
 
 namespace {
 
-// Shortest decimal text that reads back as the same value of type T (at most maxPrecision digits always
-// do), without an exponent for integers of up to 17 digits ("4.545", "1240", "-273"); "nan", "inf".
-template <typename T> std::string shortestText(T value, int maxPrecision) {
-    char text[40];
-    int precision = 1;
-    for (; precision < maxPrecision; ++precision) {
-        std::snprintf(text, sizeof text, "%.*g", precision, double(value));
-        if (static_cast<T>(std::strtod(text, nullptr)) == value) {
-            break;
-        }
-    }
-    const double magnitude = std::fabs(double(value));
-    const int integerDigits = magnitude >= 1.0 && magnitude < 1e17 ? int(std::log10(magnitude)) + 1 : 0;
-    std::snprintf(text, sizeof text, "%.*g", std::max(precision, integerDigits), double(value));
-    return text;
-}
-
-} // namespace
-
-std::string shortest(double value) {
-    return shortestText(value, 17);
-}
-std::string shortest(float value) {
-    return shortestText(value, 9);
-}
-std::string shortest(int32_t value) {
-    return std::to_string(value);
-}
-
-std::string fixed(double value, int decimals) {
-    char text[64];
-    std::snprintf(text, sizeof text, "%.*f", decimals, value);
-    return text;
-}
-
-namespace {
-
 namespace fs = std::filesystem;
+
+// ---- info ------------------------------------------------------------------------------------------------
 
 // Elements joined with ", ".
 template <typename T> std::string joined(const T *values, int count) {
@@ -66,31 +33,6 @@ template <typename T> std::string joined(const T *values, int count) {
     return text;
 }
 
-// A JSON number: non-finite values have no JSON form and become null.
-std::string jsonNumber(double value) {
-    return std::isfinite(value) ? shortest(value) : "null";
-}
-
-// A JSON string with quotes, backslashes and control characters escaped.
-std::string jsonString(const std::string &text) {
-    std::string out = "\"";
-    for (unsigned char c : text) {
-        if (c == '"' || c == '\\') {
-            out += '\\';
-            out += char(c);
-        } else if (c < 0x20) {
-            char escaped[8];
-            std::snprintf(escaped, sizeof escaped, "\\u%04x", c);
-            out += escaped;
-        } else {
-            out += char(c);
-        }
-    }
-    return out + "\"";
-}
-
-// ---- info ------------------------------------------------------------------------------------------------
-
 // What info reports about one file.
 struct FileInfo {
     std::string path;
@@ -98,7 +40,58 @@ struct FileInfo {
     int32_t storedType = 0;
     ImagePtr header;
     uintmax_t fileSize = 0;
+    std::string format; // "PNG", "TIFF" or "PGM" for files read through OpenCV; empty for ours
+    ImageLayout layout;
+    int32_t width = 0, height = 0;
+    bool hasStats = false, checked = false;
+    double lowest = 0.0, highest = 0.0, mean = 0.0, stdDev = 0.0;
+    std::string error; // why the file could not be read
 };
+
+// The format of a file read through OpenCV, from its first bytes; empty for any other file.
+std::string foreignFormat(const std::string &path) {
+    std::ifstream in(path, std::ios::binary);
+    char b[4] = {};
+    in.read(b, 4);
+    if (std::memcmp(b, "\x89PNG", 4) == 0) {
+        return "PNG";
+    }
+    if (std::memcmp(b, "II*\0", 4) == 0 || std::memcmp(b, "MM\0*", 4) == 0) {
+        return "TIFF";
+    }
+    return b[0] == 'P' && (b[1] == '5' || b[1] == '2') ? "PGM" : "";
+}
+
+// Width, height and layout of a PNG, TIFF or PGM file (decoding it).
+void readForeign(FileInfo &info) {
+    const cv::Mat mat = cv::imread(info.path, cv::IMREAD_UNCHANGED);
+    if (mat.empty()) {
+        throw Error(info.path + ": cannot decode the image (damaged or cut short)");
+    }
+    info.width = mat.cols;
+    info.height = mat.rows;
+    info.layout = fileLayout(info.path, mat);
+}
+
+// Minimum, maximum, mean and standard deviation of every pixel as loadImage reads it (NaNs skipped).
+void measureFile(FileInfo &info) {
+    ImagePtr image = loadImage(info.path);
+    valueRange(image.get(), info.lowest, info.highest);
+    double sum = 0.0, squares = 0.0, n = 0.0;
+    for (int32_t p = 0; p < image->planes; ++p) {
+        for (int32_t y = 0; y < image->height; ++y) {
+            for (int32_t x = 0; x < image->width; ++x) {
+                const double v = pixelAt(image.get(), x, y, p);
+                if (!std::isnan(v)) {
+                    sum += v, squares += v * v, n += 1.0;
+                }
+            }
+        }
+    }
+    info.mean = n > 0.0 ? sum / n : 0.0;
+    info.stdDev = n > 0.0 ? std::sqrt(std::max(0.0, squares / n - info.mean * info.mean)) : 0.0;
+    info.hasStats = true;
+}
 
 // Short name of the way pixel data of a stored type is laid out.
 std::string encodingName(int32_t storedType) {
@@ -129,13 +122,29 @@ std::string encodingDescription(int32_t storedType) {
 }
 
 // Reads the header block and the size of one file.
-FileInfo readInfo(const std::string &path) {
-    FileInfo info;
-    info.path = path;
-    info.header = readHeaderBlock(path, info.version, info.storedType);
+// Reads what info reports about one file; --stats and --check decode every pixel.
+void readInfo(FileInfo &info, bool stats, bool check) {
+    info.format = foreignFormat(info.path);
+    if (info.format.empty()) {
+        try {
+            info.header = readHeaderBlock(info.path, info.version, info.storedType);
+        } catch (const Error &e) {
+            if (std::string(e.what()) == info.path + ": not a pxImage file") {
+                throw Error(info.path + ": not an image file (neither PNG, TIFF, PGM nor a pxImage file)");
+            }
+            throw;
+        }
+    } else {
+        readForeign(info);
+    }
     std::error_code error;
-    info.fileSize = fs::file_size(path, error);
-    return info;
+    info.fileSize = fs::file_size(info.path, error);
+    if (stats) {
+        measureFile(info);
+    } else if (check) {
+        loadImage(info.path);
+    }
+    info.checked = check;
 }
 
 // Pixels of all planes.
@@ -169,20 +178,46 @@ std::string hex64(int64_t value) {
     return text;
 }
 
-// The aligned text form of one file.
+// One aligned line of the text form.
+void infoLine(std::ostream &out, const char *label, const std::string &value) {
+    out << label << std::string(15 - std::string(label).size(), ' ') << value << '\n';
+}
+
+// The text form of a PNG, TIFF or PGM file.
+void printForeignText(const FileInfo &info, std::ostream &out) {
+    infoLine(out, "file", info.path);
+    infoLine(out, "format", info.format);
+    infoLine(out, "size", std::to_string(info.width) + " x " + std::to_string(info.height));
+    infoLine(out, "channels", info.layout.text());
+    infoLine(out, "bits", std::to_string(info.layout.bits) + " per sample");
+    infoLine(out, "file size", std::to_string(info.fileSize) + " bytes");
+}
+
+// The lines of --stats and --check.
+void printMeasuredText(const FileInfo &info, std::ostream &out) {
+    if (info.hasStats) {
+        infoLine(out, "min", shortest(info.lowest));
+        infoLine(out, "max", shortest(info.highest));
+        infoLine(out, "mean", fixed(info.mean, 3));
+        infoLine(out, "std dev", fixed(info.stdDev, 3));
+    }
+    if (info.checked) {
+        infoLine(out, "check", "ok (every pixel decodes)");
+    }
+}
+
+// The aligned text form of one file of our format.
 void printInfoText(const FileInfo &info, std::ostream &out) {
     const tag_pxImage &h = *info.header;
-    auto line = [&](const char *label, const std::string &value) {
-        out << label << std::string(15 - std::string(label).size(), ' ') << value << '\n';
-    };
+    auto line = [&](const char *label, const std::string &value) { infoLine(out, label, value); };
     line("file", info.path);
     line("version", info.version);
     line("stored type", pixelTypeName(info.storedType) + " (" + std::to_string(info.storedType) + ")");
     line("encoding", encodingDescription(info.storedType));
     line("size", std::to_string(h.width) + " x " + std::to_string(h.height));
     line("planes", std::to_string(h.planes));
-    line("ROI", "columns " + std::to_string(h.roiminX) + ".." + std::to_string(h.roimaxX) + ", rows " +
-                    std::to_string(h.roiminY) + ".." + std::to_string(h.roimaxY) + " (end exclusive)");
+    line("ROI", "columns [" + std::to_string(h.roiminX) + ", " + std::to_string(h.roimaxX) + "), rows [" +
+                    std::to_string(h.roiminY) + ", " + std::to_string(h.roimaxY) + ")");
     line("origin", "(" + std::to_string(h.origX) + ", " + std::to_string(h.origY) + ") in a " +
                        std::to_string(h.origWidth) + " x " + std::to_string(h.origHeight) + " frame");
     line("temperatures", joined(h.temperature, 3) + " degrees C (-273 = not measured)");
@@ -208,10 +243,24 @@ template <typename T> std::string jsonArray(const T *values, int count) {
 }
 
 // The JSON object of one file, indented by `indent` spaces.
-void printInfoJson(const FileInfo &info, std::ostream &out, int indent) {
+using JsonFields = std::vector<std::pair<std::string, std::string>>;
+
+// The JSON fields of a PNG, TIFF or PGM file.
+JsonFields foreignJson(const FileInfo &info) {
+    return {{"file", jsonString(info.path)},
+            {"format", jsonString(info.format)},
+            {"width", std::to_string(info.width)},
+            {"height", std::to_string(info.height)},
+            {"channels", std::to_string(info.layout.channels)},
+            {"layout", jsonString(info.layout.name)},
+            {"bitsPerSample", std::to_string(info.layout.bits)},
+            {"fileSize", std::to_string(info.fileSize)}};
+}
+
+// The JSON fields of a file of our format.
+JsonFields oursJson(const FileInfo &info) {
     const tag_pxImage &h = *info.header;
-    const std::string pad(indent + 2, ' ');
-    std::vector<std::pair<std::string, std::string>> fields = {
+    return {
         {"file", jsonString(info.path)},
         {"version", jsonString(info.version)},
         {"type", std::to_string(info.storedType)},
@@ -240,6 +289,25 @@ void printInfoJson(const FileInfo &info, std::ostream &out, int indent) {
         {"fileSize", std::to_string(info.fileSize)},
         {"bytesPerPixel", jsonNumber(dataBytes(info) / pixelCount(h))},
     };
+}
+
+// The JSON object of one file, indented by `indent` spaces: its fields, or its error.
+void printInfoJson(const FileInfo &info, std::ostream &out, int indent) {
+    const std::string pad(indent + 2, ' ');
+    JsonFields fields;
+    if (!info.error.empty()) {
+        fields = {{"file", jsonString(info.path)}, {"error", jsonString(info.error)}};
+    } else {
+        fields = info.format.empty() ? oursJson(info) : foreignJson(info);
+    }
+    if (info.hasStats) {
+        fields.push_back({"stats", "{\"min\": " + jsonNumber(info.lowest) + ", \"max\": " +
+                                       jsonNumber(info.highest) + ", \"mean\": " + jsonNumber(info.mean) +
+                                       ", \"stdDev\": " + jsonNumber(info.stdDev) + "}"});
+    }
+    if (info.checked && info.error.empty()) {
+        fields.push_back({"check", "\"ok\""});
+    }
     out << std::string(indent, ' ') << "{\n";
     for (size_t i = 0; i < fields.size(); ++i) {
         out << pad << jsonString(fields[i].first) << ": " << fields[i].second
@@ -248,97 +316,67 @@ void printInfoJson(const FileInfo &info, std::ostream &out, int indent) {
     out << std::string(indent, ' ') << '}';
 }
 
-// info: every file is read before anything is printed, so a failure prints nothing but its error.
-void runInfo(const std::vector<std::string> &paths, bool json) {
-    std::vector<FileInfo> infos;
-    for (const std::string &path : paths) {
-        infos.push_back(readInfo(path));
-    }
-    std::ostringstream out;
-    const bool array = json && infos.size() > 1;
-    out << (array ? "[\n" : "");
-    for (size_t i = 0; i < infos.size(); ++i) {
-        if (json) {
-            printInfoJson(infos[i], out, array ? 2 : 0);
-            out << (array && i + 1 < infos.size() ? ",\n" : "\n");
-        } else {
-            out << (i ? "\n" : "");
-            printInfoText(infos[i], out);
-        }
-    }
-    out << (array ? "]\n" : "");
-    std::cout << out.str();
-}
-
-// ---- convert ---------------------------------------------------------------------------------------------
-
-// Options of convert.
-struct ConvertOptions {
-    std::string input, output, type, encoding;
-    bool transform = false;
+// Options of info.
+struct InfoOptions {
+    std::vector<std::string> paths;
+    bool json = false, stats = false, check = false;
 };
 
-// File type of an --encoding value (0 for plain).
-int32_t parseEncoding(const std::string &text) {
-    if (text.empty() || text == "plain") {
-        return 0;
-    }
-    if (text == "cbit" || text == "cshort" || text == "short12") {
-        return parsePixelType(text);
-    }
-    throw Error("unknown encoding '" + text + "' (use plain, cbit, cshort or short12)");
-}
-
-// convert: load, change the type in memory when asked, save as the output's name and --encoding say.
-void runConvert(const ConvertOptions &options) {
-    int32_t type = options.type.empty() ? 0 : parsePixelType(options.type);
-    int32_t encoding = parseEncoding(options.encoding);
-    if (type == CBIT || type == CSHORT || type == SHORT12) {
-        if (encoding != 0 && encoding != type) {
-            throw Error("--type " + options.type + " and --encoding " + options.encoding + " disagree");
+// info: every file is reported (a failure as an error line, or an "error" field in JSON) and the status is 1
+// when any failed.
+void runInfo(const InfoOptions &options) {
+    const bool array = options.json && options.paths.size() > 1;
+    std::cout << (array ? "[\n" : "");
+    bool failed = false;
+    for (size_t i = 0; i < options.paths.size(); ++i) {
+        FileInfo info;
+        info.path = options.paths[i];
+        try {
+            readInfo(info, options.stats, options.check);
+        } catch (const Error &e) {
+            info = FileInfo{};
+            info.path = options.paths[i];
+            info.error = e.what();
+            failed = true;
         }
-        encoding = type;
-        type = type == CBIT ? UBYTE : SHORT;
+        std::ostringstream out;
+        if (options.json) {
+            printInfoJson(info, out, array ? 2 : 0);
+            out << (array && i + 1 < options.paths.size() ? ",\n" : "\n");
+        } else if (info.error.empty()) {
+            out << (i ? "\n" : "");
+            info.format.empty() ? printInfoText(info, out) : printForeignText(info, out);
+            printMeasuredText(info, out);
+        } else {
+            std::cout.flush();
+            std::cerr << "pximg: " << info.error << '\n';
+        }
+        std::cout << out.str();
     }
-    if (options.transform && type != SHORT && type != FLOAT) {
-        throw Error("--transform scales between SHORT and FLOAT: add --type float or --type short");
+    std::cout << (array ? "]\n" : "");
+    if (failed) {
+        throw Failed();
     }
-    ImagePtr image = loadImage(options.input);
-    if (type != 0 && (type != image->type || options.transform)) {
-        image = convertImage(image.get(), type, options.transform);
-    }
-    saveImage(image.get(), options.output, encoding);
-    std::error_code error;
-    std::cout << "wrote " << options.output << " (" << fs::file_size(options.output, error) << " bytes)\n";
 }
 
 } // namespace
 
 void addFileCommands(CLI::App &app) {
-    auto paths = std::make_shared<std::vector<std::string>>();
-    auto json = std::make_shared<bool>(false);
-    CLI::App *info =
-        app.add_subcommand("info", "Show the header of pxImage files: version, type, encoding, size, "
-                                   "ROI, origin, every metadata field, file size");
-    info->add_option("FILE", *paths, "pxImage files")->required();
-    info->add_flag("--json", *json, "one JSON object per file (an array for several)");
-    info->callback([paths, json] { runInfo(*paths, *json); });
+    auto options = std::make_shared<InfoOptions>();
+    CLI::App *info = app.add_subcommand(
+        "info", "Describe image files: of pxImage files the header (version, type, encoding, size, ROI, "
+                "origin, every metadata field), of PNG, TIFF and PGM files the size, channels and bits");
+    info->add_option("FILE", options->paths, "image files")->required();
+    info->add_flag("--json", options->json, "one JSON object per file (an array for several)");
+    info->add_flag("--stats", options->stats, "also min, max, mean and standard deviation of the pixels");
+    info->add_flag("--check", options->check,
+                   "decode every pixel: the exit status says whether every file reads");
+    addColourOptions(info);
+    info->callback([options] { runInfo(*options); });
 
-    auto options = std::make_shared<ConvertOptions>();
-    CLI::App *convert = app.add_subcommand(
-        "convert",
-        "Convert between pxImage files (and their encodings), PNG, TIFF and PGM; 16-bit stays 16-bit");
-    convert->add_option("IN", options->input, "input image")->required();
-    convert
-        ->add_option("OUT", options->output,
-                     "output image: .png, .tif, .tiff, .pgm, anything else is pxImage")
-        ->required();
-    convert->add_option("--type", options->type, "pixel type: ubyte, short, int, float, double or 1..8");
-    convert->add_option("--encoding", options->encoding, "pxImage encoding: plain, cbit, cshort or short12");
-    convert->add_flag(
-        "--transform", options->transform,
-        "scale SHORT 0..65535 to FLOAT about 0..255 (or back) when --type changes between them");
-    convert->callback([options] { runConvert(*options); });
+    addConvertCommand(app);
+    addDemoCommand(app);
+    addCompareCommands(app);
 }
 
 } // namespace pximg

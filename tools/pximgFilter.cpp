@@ -1,7 +1,6 @@
-// Filter subcommands of pximg: "filter" runs one neighbourhood filter of the library on an image file
-// (box, min, max, dilate, erode, threshold, negate, reflect) and writes the result; "stats" measures a
-// rectangle of an image (or the vector length of a two-image vector field) and prints count, mean, standard
-// deviation and a histogram, optionally drawn as a PNG bar chart.
+// Filter subcommands of pximg: "filter" runs one neighbourhood filter of the library on image files (box,
+// min, max, dilate, erode, threshold, negate, reflect) and writes each result, in the input's 8- or 16-bit
+// type when it fits; "stats" registers from its own module.
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
@@ -14,7 +13,7 @@
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
 
-#include "pximgCommands.h"
+#include "pximgTool.h"
 
 namespace pximg {
 
@@ -22,31 +21,74 @@ namespace {
 
 // ---- Shared helpers ------------------------------------------------------------------------------------
 
-// Input and output of every filter subcommand.
-struct FilterIo {
-    std::string input;
-    std::string output;
-    std::string type; // pixel type to write; empty: the result's own
-};
-
-void addIo(CLI::App *command, FilterIo &io) {
-    command->add_option("IN", io.input, "input image: pxImage file, PNG, TIFF or PGM")->required();
-    command->add_option("OUT", io.output, "output image: .png, .tif, .tiff, .pgm, anything else is pxImage")
-        ->required();
-    command->add_option("--type", io.type,
-                        "pixel type to write (ubyte, short, int, float, double; PNG and PGM need ubyte or "
-                        "short); default: the result's type");
-}
-
-void saveResult(const tag_pxImage *image, const FilterIo &io) {
-    saveImage(image, io.output, io.type.empty() ? 0 : parsePixelType(io.type));
-}
-
 // A number in six significant digits.
 std::string number(double value) {
     char text[32];
     std::snprintf(text, sizeof text, "%.6g", value);
     return text;
+}
+
+// Input and output of every filter subcommand.
+struct FilterIo {
+    BatchOptions batch;
+    TypeChange change;
+    std::string input;
+    std::string output;
+    std::string type;      // pixel type to write; empty: see resultType
+    int32_t inputType = 0; // the input file's own pixel type
+};
+
+void addIo(CLI::App *command, FilterIo &io) {
+    addBatchOptions(command, io.batch, "result");
+    command->add_option("--type", io.type,
+                        "pixel type to write (ubyte, short, int, float, double; values kept, clipped with a "
+                        "warning); default: the input's type when the result fits it, else the result's");
+    io.change.addOptions(command);
+    addColourOptions(command);
+}
+
+// Loads the input of a filter as `type` (0: as stored) and notes its own type.
+ImagePtr loadInput(FilterIo &io, int32_t type) {
+    ImagePtr image = loadImage(io.input);
+    io.inputType = image->type;
+    return type == 0 || type == image->type ? std::move(image) : convertImage(image.get(), type, false);
+}
+
+// The type a result is written as: --type, else the input's 8- or 16-bit type when every value fits it
+// (rounded), else the result's own; a result that does not fit refuses with the options that scale it.
+int32_t resultType(const tag_pxImage *image, const FilterIo &io) {
+    if (!io.type.empty()) {
+        return parsePixelType(io.type);
+    }
+    if ((io.inputType != UBYTE && io.inputType != SHORT) || io.inputType == image->type) {
+        return io.change.mapsValues() ? io.inputType : 0;
+    }
+    double lo = 0.0, hi = 0.0, tlo = 0.0, thi = 0.0;
+    typeLimits(io.inputType, tlo, thi);
+    valueRange(image, lo, hi);
+    if (!io.change.mapsValues() && (lo < tlo - 0.5 || hi > thi + 0.5)) {
+        throw Error("the result holds " + number(lo) + ".." + number(hi) + ", outside " + number(tlo) + ".." +
+                    number(thi) + " of the input's type " + pixelTypeName(io.inputType) +
+                    ": add --stretch auto to scale it, or --type float (a .pxi output) to keep it");
+    }
+    return io.inputType;
+}
+
+void saveResult(const tag_pxImage *image, const FilterIo &io) {
+    const int32_t type = resultType(image, io);
+    ImagePtr converted = type != 0 || io.change.mapsValues() ? changeType(image, io.change, type) : nullptr;
+    saveImage(converted ? converted.get() : image, io.output, 0, false, io.batch.format);
+}
+
+// Runs a filter on every input of the command.
+template <typename Options, typename Run> void runAll(const std::shared_ptr<Options> &options, Run run) {
+    runBatch(options->io.batch, [options, run](const std::string &in, const std::string &out) {
+        Options one = *options;
+        one.io.input = in;
+        one.io.output = out;
+        run(one);
+        return std::string();
+    });
 }
 
 // An Error for a library call that returned 0, kept on one line.
@@ -97,8 +139,8 @@ void requireWindowFits(int32_t window, const tag_pxImage *image) {
     }
 }
 
-void runBox(const BoxOptions &options) {
-    ImagePtr image = loadImage(options.io.input, options.sums ? 0 : FLOAT);
+void runBox(BoxOptions &options) {
+    ImagePtr image = loadInput(options.io, options.sums ? 0 : FLOAT);
     if (options.sums) {
         requireType(image.get(), {UBYTE, SHORT, FLOAT, DOUBLE},
                     "box sums work on ubyte, short, float and double");
@@ -119,10 +161,10 @@ struct ExtremeOptions {
     std::string rangeOutput; // min only: also write max - min here
 };
 
-void runMinAndRange(const ExtremeOptions &options) {
+void runMinAndRange(ExtremeOptions &options) {
     checkWritable(options.io.output);
     checkWritable(options.rangeOutput);
-    ImagePtr image = loadImage(options.io.input);
+    ImagePtr image = loadInput(options.io, 0);
     if (image->type != SHORT) {
         image = convertImage(image.get(), FLOAT, false);
     }
@@ -131,16 +173,17 @@ void runMinAndRange(const ExtremeOptions &options) {
     require(pxImageBoxMinAndRange(image.get(), options.window, minimum.get(), range.get()),
             "windowed minimum and range failed");
     saveResult(minimum.get(), options.io);
-    saveImage(range.get(), options.rangeOutput,
-              options.io.type.empty() ? 0 : parsePixelType(options.io.type));
+    FilterIo rangeIo = options.io;
+    rangeIo.output = options.rangeOutput;
+    saveResult(range.get(), rangeIo);
 }
 
-void runExtreme(const ExtremeOptions &options, bool maximum) {
+void runExtreme(ExtremeOptions &options, bool maximum) {
     if (!maximum && !options.rangeOutput.empty()) {
         runMinAndRange(options);
         return;
     }
-    ImagePtr image = loadImage(options.io.input, FLOAT);
+    ImagePtr image = loadInput(options.io, FLOAT);
     ImagePtr result = newImageLike(image.get());
     if (maximum) {
         require(pxImageBoxMax(image.get(), options.window, result.get()), "windowed maximum failed");
@@ -198,7 +241,7 @@ ImagePtr maskOf(const std::string &path) {
     return mask;
 }
 
-void runMorph(const MorphOptions &options, bool dilate) {
+void runMorph(MorphOptions &options, bool dilate) {
     ImagePtr image = maskOf(options.io.input);
     ImagePtr result = newImageLike(image.get());
     if (dilate) {
@@ -219,10 +262,23 @@ struct ThresholdOptions {
     double setValue = 1.0;
 };
 
-void runThreshold(const ThresholdOptions &options) {
-    ImagePtr image = loadImage(options.io.input);
+// Refuses a level that pixels of the type cannot hold (the library would wrap it around), with the range.
+void checkLevel(double level, int32_t type) {
+    double lo = 0.0, hi = 0.0;
+    if (!std::isfinite(level)) {
+        throw Error("--level must be a finite number, not " + number(level));
+    }
+    if (typeLimits(type, lo, hi) && (level < lo || level > hi || level != std::floor(level))) {
+        throw Error("--level " + number(level) + " is not a value of " + pixelTypeName(type) +
+                    " pixels: use a whole number in " + number(lo) + ".." + number(hi));
+    }
+}
+
+void runThreshold(ThresholdOptions &options) {
+    ImagePtr image = loadInput(options.io, 0);
     requireType(image.get(), {UBYTE, SHORT, FLOAT, DOUBLE},
                 "threshold works on ubyte, short, float and double");
+    checkLevel(options.level, image->type);
     if (options.upper) {
         require(pxImageThreshUpper(image.get(), options.level), "threshold failed");
     } else {
@@ -237,8 +293,8 @@ struct NegateOptions {
     bool asFloat = false;
 };
 
-void runNegate(const NegateOptions &options) {
-    ImagePtr image = loadImage(options.io.input, options.asFloat ? FLOAT : 0);
+void runNegate(NegateOptions &options) {
+    ImagePtr image = loadInput(options.io, options.asFloat ? FLOAT : 0);
     requireType(image.get(), {UBYTE, FLOAT}, "negate works on ubyte and float images (add --float)");
     if (image->type == UBYTE) {
         pxImageOperationsNegate(image.get());
@@ -278,220 +334,25 @@ ImagePtr withBorder(const tag_pxImage *image, int32_t fill) {
     return result;
 }
 
-void runReflect(const ReflectOptions &options) {
+// Refuses a border that makes the image larger than images can be.
+void checkFillFits(const tag_pxImage *source, int32_t fill) {
+    const int64_t width = source->width + 2 * int64_t(fill), height = source->height + 2 * int64_t(fill);
+    if (width > 9999 || height > 9999) {
+        throw Error("--fill " + std::to_string(fill) + " makes the image " + std::to_string(width) + " x " +
+                    std::to_string(height) + " pixels, larger than images can be (at most 9999 x 9999)");
+    }
+}
+
+void runReflect(ReflectOptions &options) {
     const int32_t mode = parseReflectMode(options.mode);
-    ImagePtr source = loadImage(options.io.input);
+    ImagePtr source = loadInput(options.io, 0);
+    checkFillFits(source.get(), options.fill);
     tag_pxImage *raw = nullptr;
     require(pxImageConvertWithTransformCopy(source.get(), FLOAT, options.fill, 0, &raw),
             "cannot make a float copy with a border of " + std::to_string(options.fill));
     ImagePtr image(raw);
     require(pxImageReflect(image.get(), options.fill, mode), "reflection failed");
     saveResult(withBorder(image.get(), options.fill).get(), options.io);
-}
-
-// ---- stats ---------------------------------------------------------------------------------------------
-
-struct StatsOptions {
-    std::string input;
-    std::string flowY;
-    std::vector<double> region;
-    int32_t bins = 16;
-    std::string plot;
-    bool raw = false;
-};
-
-// What one statistics call measured.
-struct Measurement {
-    int32_t count = -1; // stays -1 when the call is refused before it stores the count
-    double mean = 0.0;
-    double stdDev = 0.0;
-    double minimum = 0.0;
-    double maximum = 0.0;
-    std::vector<uint32_t> histogram; // bins + 1 counters; the last holds the pixels equal to the maximum
-};
-
-// The rectangle between two corners: columns x0..x1-1, rows y0..y1-1.
-struct Rect {
-    int32_t x0, y0, x1, y1;
-};
-
-Rect rectOf(const double corner1[2], const double corner2[2]) {
-    return {static_cast<int32_t>(std::min(corner1[0], corner2[0])),
-            static_cast<int32_t>(std::min(corner1[1], corner2[1])),
-            static_cast<int32_t>(std::max(corner1[0], corner2[0])),
-            static_cast<int32_t>(std::max(corner1[1], corner2[1]))};
-}
-
-bool inside(const double corner1[2], const double corner2[2], const tag_pxImage *image) {
-    auto within = [](double v, int32_t limit) { return v >= 0.0 && v <= limit; };
-    return image == nullptr || (within(corner1[0], image->width) && within(corner2[0], image->width) &&
-                                within(corner1[1], image->height) && within(corner2[1], image->height));
-}
-
-// Range of the measured values (the pixel, or the vector length) of the region of DOUBLE images, NaNs
-// skipped, so that the histogram spans the region itself; the library's automatic range would start from
-// the image's first pixel. Leaves lo and hi at 0 (automatic range) when the corners are refused or the
-// region holds no number.
-void regionRange(const tag_pxImage *image, const tag_pxImage *flowY, const double corner1[2],
-                 const double corner2[2], double &lo, double &hi) {
-    if (!inside(corner1, corner2, image) || !inside(corner1, corner2, flowY)) {
-        return;
-    }
-    const Rect r = rectOf(corner1, corner2);
-    double *const *xs = reinterpret_cast<double *const *>(image->pixMap[0]);
-    double *const *ys = flowY != nullptr ? reinterpret_cast<double *const *>(flowY->pixMap[0]) : nullptr;
-    bool found = false;
-    for (int32_t y = r.y0; y < r.y1; ++y) {
-        for (int32_t x = r.x0; x < r.x1; ++x) {
-            const double v = ys != nullptr ? std::sqrt(xs[y][x] * xs[y][x] + ys[y][x] * ys[y][x]) : xs[y][x];
-            if (!std::isnan(v)) {
-                lo = found ? std::min(lo, v) : v;
-                hi = found ? std::max(hi, v) : v;
-                found = true;
-            }
-        }
-    }
-}
-
-Measurement measure(const tag_pxImage *image, const tag_pxImage *flowY, const double corner1[2],
-                    const double corner2[2], int32_t bins, bool ownRange) {
-    Measurement m;
-    if (ownRange && bins >= 1) {
-        regionRange(image, flowY, corner1, corner2, m.minimum, m.maximum);
-    }
-    m.histogram.assign(static_cast<size_t>(bins) + 1, 0);
-    const uint32_t ok =
-        flowY != nullptr ? pxImageGetAvarageFlowNorm(image, flowY, corner1, corner2, bins, m.histogram.data(),
-                                                     &m.minimum, &m.maximum, &m.count, &m.mean, &m.stdDev)
-                         : pxImageGetAvaragePixValue(image, corner1, corner2, bins, m.histogram.data(),
-                                                     &m.minimum, &m.maximum, &m.count, &m.mean, &m.stdDev);
-    if (ok == 0 && m.count == 0) {
-        throw Error("the region is empty");
-    }
-    require(ok, "statistics failed");
-    // A pixel equal to the maximum lands one past the last bin; show it in the last bin, closed above.
-    if (bins >= 1) {
-        m.histogram[static_cast<size_t>(bins) - 1] += m.histogram[static_cast<size_t>(bins)];
-        m.histogram.pop_back();
-    } else {
-        m.histogram.clear();
-    }
-    return m;
-}
-
-double binEdge(const Measurement &m, size_t i) {
-    return m.minimum +
-           (m.maximum - m.minimum) * static_cast<double>(i) / static_cast<double>(m.histogram.size());
-}
-
-void printHistogram(const Measurement &m) {
-    if (m.histogram.empty()) {
-        return;
-    }
-    const uint32_t highest = std::max(1u, *std::max_element(m.histogram.begin(), m.histogram.end()));
-    std::printf("histogram   %zu bins of width %s\n", m.histogram.size(),
-                number((m.maximum - m.minimum) / static_cast<double>(m.histogram.size())).c_str());
-    for (size_t i = 0; i < m.histogram.size(); ++i) {
-        const bool last = i + 1 == m.histogram.size();
-        const int bar = static_cast<int>(std::lround(40.0 * m.histogram[i] / highest));
-        std::printf("  [%12s, %12s%c %-40s %u\n", number(binEdge(m, i)).c_str(),
-                    number(binEdge(m, i + 1)).c_str(), last ? ']' : ')',
-                    std::string(static_cast<size_t>(bar), '#').c_str(), m.histogram[i]);
-    }
-}
-
-// Draws the histogram as a bar chart: axes, bars, bin-edge labels below, pixel counts on the left.
-cv::Mat drawChart(const Measurement &m, const std::string &title) {
-    const int width = 900, height = 540, left = 90, right = 30, top = 60, bottom = 80;
-    const cv::Scalar ink(40, 40, 40), bar(180, 110, 40), grid(225, 225, 225);
-    const int font = cv::FONT_HERSHEY_SIMPLEX;
-    cv::Mat chart(height, width, CV_8UC3, cv::Scalar(255, 255, 255));
-    const int plotWidth = width - left - right, plotHeight = height - top - bottom;
-    const uint32_t highest = std::max(1u, *std::max_element(m.histogram.begin(), m.histogram.end()));
-    for (int tick = 0; tick <= 4; ++tick) {
-        const int y = top + plotHeight - plotHeight * tick / 4;
-        cv::line(chart, {left, y}, {left + plotWidth, y}, grid, 1);
-        const std::string label = number(std::round(highest * tick / 4.0));
-        const cv::Size size = cv::getTextSize(label, font, 0.45, 1, nullptr);
-        cv::putText(chart, label, {left - 8 - size.width, y + size.height / 2}, font, 0.45, ink, 1,
-                    cv::LINE_AA);
-    }
-    const size_t bins = m.histogram.size();
-    for (size_t i = 0; i < bins; ++i) {
-        const int x0 = left + static_cast<int>(plotWidth * i / bins);
-        const int x1 = left + static_cast<int>(plotWidth * (i + 1) / bins);
-        const int h =
-            static_cast<int>(std::lround(static_cast<double>(plotHeight) * m.histogram[i] / highest));
-        if (h > 0) {
-            cv::rectangle(chart, {x0 + 1, top + plotHeight - h}, {x1 - 1, top + plotHeight}, bar, cv::FILLED);
-        }
-    }
-    const size_t labelEvery = std::max<size_t>(1, (bins + 7) / 8);
-    for (size_t i = 0; i <= bins; i += labelEvery) {
-        const int x = left + static_cast<int>(plotWidth * i / bins);
-        cv::line(chart, {x, top + plotHeight}, {x, top + plotHeight + 6}, ink, 1);
-        const std::string label = number(binEdge(m, i));
-        const cv::Size size = cv::getTextSize(label, font, 0.45, 1, nullptr);
-        cv::putText(chart, label, {x - size.width / 2, top + plotHeight + 24}, font, 0.45, ink, 1,
-                    cv::LINE_AA);
-    }
-    cv::line(chart, {left, top}, {left, top + plotHeight}, ink, 2);
-    cv::line(chart, {left, top + plotHeight}, {left + plotWidth, top + plotHeight}, ink, 2);
-    cv::putText(chart, title, {left, 30}, font, 0.6, ink, 1, cv::LINE_AA);
-    cv::putText(chart, "value", {left + plotWidth / 2 - 20, height - 25}, font, 0.55, ink, 1, cv::LINE_AA);
-    cv::putText(chart, "pixels", {10, top - 15}, font, 0.55, ink, 1, cv::LINE_AA);
-    return chart;
-}
-
-void writeChart(const Measurement &m, const std::string &title, const std::string &path) {
-    if (m.histogram.empty()) {
-        throw Error("--plot needs --bins of 1 or more");
-    }
-    checkWritable(path);
-    bool written = false;
-    try {
-        written = cv::imwrite(path, drawChart(m, title));
-    } catch (const cv::Exception &e) {
-        throw Error(path + ": OpenCV could not write the chart (" + e.err + ")");
-    }
-    if (!written) {
-        throw Error(path + ": OpenCV could not write the chart");
-    }
-}
-
-// Both images of a vector field, or one image, in the type the statistics run on.
-ImagePtr loadMeasured(const std::string &path, bool raw) {
-    return loadImage(path, raw ? 0 : DOUBLE);
-}
-
-void runStats(const StatsOptions &options) {
-    ImagePtr image = loadMeasured(options.input, options.raw);
-    ImagePtr flowY = options.flowY.empty() ? nullptr : loadMeasured(options.flowY, options.raw);
-    double corner1[2] = {0.0, 0.0};
-    double corner2[2] = {static_cast<double>(image->width), static_cast<double>(image->height)};
-    if (!options.region.empty()) {
-        corner1[0] = options.region[0];
-        corner1[1] = options.region[1];
-        corner2[0] = options.region[2];
-        corner2[1] = options.region[3];
-    }
-    const Measurement m = measure(image.get(), flowY.get(), corner1, corner2, options.bins, !options.raw);
-    if (!options.plot.empty()) { // first, so that a chart that cannot be written leaves no output at all
-        const std::string title = options.input + ": n " + std::to_string(m.count) + ", mean " +
-                                  number(m.mean) + ", sd " + number(m.stdDev);
-        writeChart(m, title, options.plot);
-    }
-    const Rect r = rectOf(corner1, corner2);
-    std::printf("measured    %s\n", flowY ? "vector length sqrt(x^2 + y^2)" : "pixel value");
-    std::printf("region      columns %d..%d, rows %d..%d (%d x %d)\n", r.x0, r.x1 - 1, r.y0, r.y1 - 1,
-                r.x1 - r.x0, r.y1 - r.y0);
-    std::printf("count       %d\n", m.count);
-    std::printf("mean        %s\n", number(m.mean).c_str());
-    std::printf("std dev     %s\n", number(m.stdDev).c_str());
-    if (!m.histogram.empty()) {
-        std::printf("range       %s .. %s\n", number(m.minimum).c_str(), number(m.maximum).c_str());
-    }
-    printHistogram(m);
 }
 
 // ---- Registration --------------------------------------------------------------------------------------
@@ -501,10 +362,10 @@ void addBox(CLI::App *filter) {
     CLI::App *box = filter->add_subcommand(
         "box", "Box average over an odd square window clipped to the image (computed in float), or box sums");
     addIo(box, options->io);
-    box->add_option("--window", options->window, "odd window width (default 3)")->check(CLI::Range(1, 9999));
+    box->add_option("--window", options->window, "odd window width (default 3)")->check(wholeNumber(1, 9999));
     box->add_flag("--sums", options->sums,
                   "plain window sums in the image's own type (ubyte and short wrap around)");
-    box->callback([options] { runBox(*options); });
+    box->callback([options] { runAll(options, [](BoxOptions &o) { runBox(o); }); });
 }
 
 void addExtremes(CLI::App *filter) {
@@ -517,12 +378,14 @@ void addExtremes(CLI::App *filter) {
                 : "Windowed minimum over a square window clipped to the image (float; short with --range)");
         addIo(command, options->io);
         command->add_option("--window", options->window, "window width, half on each side (default 3)")
-            ->check(CLI::Range(1, 9999));
+            ->check(wholeNumber(1, 9999));
         if (!maximum) {
             command->add_option("--range", options->rangeOutput,
                                 "also write the windowed range (max - min) to this image");
         }
-        command->callback([options, maximum] { runExtreme(*options, maximum); });
+        command->callback([options, maximum] {
+            runAll(options, [maximum](ExtremeOptions &o) { runExtreme(o, maximum); });
+        });
     }
 }
 
@@ -536,12 +399,13 @@ void addMorphology(CLI::App *filter) {
                      "pixels along the edges is cleared");
         addIo(command, options->io);
         command->add_option("--radius", options->radius, "square radius 0..7 (default 1)")
-            ->check(CLI::Range(0, 7));
+            ->check(wholeNumber(0, 7));
         command
             ->add_option("--set-value", options->setValue,
                          "value written for set pixels, 1..255 (default 1; 255 to view as PNG)")
-            ->check(CLI::Range(1, 255));
-        command->callback([options, dilate] { runMorph(*options, dilate); });
+            ->check(wholeNumber(1, 255));
+        command->callback(
+            [options, dilate] { runAll(options, [dilate](MorphOptions &o) { runMorph(o, dilate); }); });
     }
 }
 
@@ -559,13 +423,13 @@ void addPointOperations(CLI::App *filter) {
             "value written for pixels at or above the level (default 1; to view the result as a PNG: "
             "255 for ubyte images, 65535 for short ones)")
         ->excludes("--upper");
-    thresh->callback([threshold] { runThreshold(*threshold); });
+    thresh->callback([threshold] { runAll(threshold, [](ThresholdOptions &o) { runThreshold(o); }); });
 
     auto negate = std::make_shared<NegateOptions>();
     CLI::App *neg = filter->add_subcommand("negate", "255 - value, for ubyte and float images");
     addIo(neg, negate->io);
     neg->add_flag("--float", negate->asFloat, "convert the input to float first");
-    neg->callback([negate] { runNegate(*negate); });
+    neg->callback([negate] { runAll(negate, [](NegateOptions &o) { runNegate(o); }); });
 }
 
 void addReflect(CLI::App *filter) {
@@ -574,31 +438,11 @@ void addReflect(CLI::App *filter) {
         "reflect", "Fill a border of --fill pixels around the image (as float) and write the image with it");
     addIo(reflect, options->io);
     reflect->add_option("--fill", options->fill, "border width on every side, 1..999 (default 8)")
-        ->check(CLI::Range(1, 999));
+        ->check(wholeNumber(1, 999));
     reflect->add_option("--mode", options->mode,
                         "mirror (1), wrap-shared (2), replicate (3), point-mirror (4), zero (5) or wrap (6); "
                         "default mirror");
-    reflect->callback([options] { runReflect(*options); });
-}
-
-void addStats(CLI::App &app) {
-    auto options = std::make_shared<StatsOptions>();
-    CLI::App *stats = app.add_subcommand(
-        "stats", "Count, mean, standard deviation and histogram of a rectangle of an image (values as double "
-                 "unless --raw), or of the vector length of a vector field with --flow-y");
-    stats->add_option("IN", options->input, "image (the x component with --flow-y)")->required();
-    stats
-        ->add_option("--region", options->region,
-                     "corners x0 y0 x1 y1, upper bounds exclusive (default: all)")
-        ->expected(4);
-    stats->add_option("--bins", options->bins, "histogram bins, 0 for none (default 16)")
-        ->check(CLI::Range(0, 100000));
-    stats->add_option("--plot", options->plot, "also draw the histogram as a PNG bar chart");
-    stats->add_option("--flow-y", options->flowY, "y component image: measure sqrt(x^2 + y^2)");
-    stats->add_flag("--raw", options->raw,
-                    "measure in the stored type: bytes and shorts read as signed, sums in wrapping 32-bit "
-                    "integers");
-    stats->callback([options] { runStats(*options); });
+    reflect->callback([options] { runAll(options, [](ReflectOptions &o) { runReflect(o); }); });
 }
 
 } // namespace
@@ -611,7 +455,7 @@ void addFilterCommands(CLI::App &app) {
     addMorphology(filter);
     addPointOperations(filter);
     addReflect(filter);
-    addStats(app);
+    addStatsCommand(app);
 }
 
 } // namespace pximg

@@ -1,10 +1,12 @@
-// Image input and output of pximg: our file format through the library, PNG, TIFF and PGM through OpenCV;
-// the bridge from the library's log to the terminal; paths, pixel type names and the synthetic frame.
+// Image input and output of pximg: our file format through the library, PNG, TIFF and PGM through OpenCV,
+// written under a partial name that is renamed when complete (and removed on failure, SIGINT or SIGTERM);
+// the bridge from the library's log to the terminal; paths and pixel type names.
 #include <algorithm>
 #include <cctype>
 #include <cerrno>
 #include <cmath>
 #include <cstdio>
+#include <csignal>
 #include <cstring>
 #include <filesystem>
 #include <random>
@@ -15,10 +17,11 @@
 #include <opencv2/core.hpp>
 #include <opencv2/core/utils/logger.hpp>
 #include <opencv2/imgcodecs.hpp>
+#include <opencv2/imgproc.hpp>
 
 #include "pxEnv.h"
 #include "pxEnvPath.h"
-#include "pximgCommands.h"
+#include "pximgTool.h"
 
 namespace pximg {
 
@@ -191,23 +194,29 @@ cv::Mat quietImread(const std::string &path) {
     }
 }
 
+// Refuses an image larger than the library holds, naming the limit.
+void checkSideLimit(const std::string &path, int64_t width, int64_t height) {
+    if (width > 9999 || height > 9999) {
+        throw Error(path + ": " + std::to_string(width) + " x " + std::to_string(height) +
+                    " pixels is larger than images can be (at most 9999 x 9999)");
+    }
+}
+
 // Loads a PNG, TIFF or PGM file through OpenCV into a one-plane image with border 0.
 ImagePtr loadWithOpenCv(const std::string &path) {
-    const cv::Mat mat = quietImread(path);
-    if (mat.empty()) {
+    const cv::Mat decoded = quietImread(path);
+    if (decoded.empty()) {
         throw Error(path + ": cannot decode the image (damaged or cut short)");
     }
-    if (mat.channels() != 1) {
-        throw Error(path + ": has " + std::to_string(mat.channels()) +
-                    " channels; only grey images are supported");
-    }
+    checkSideLimit(path, decoded.cols, decoded.rows);
+    const cv::Mat mat = greyOf(decoded, path);
     const int32_t type = typeOfCvDepth(mat.depth());
     if (type == 0) {
         throw Error(path + ": signed 8- or 16-bit pixels are not supported");
     }
     tag_pxImage *raw = nullptr;
     if (!pxImageConstruct(type, mat.cols, mat.rows, 0, 1, &raw)) {
-        throw libraryFailure(path + ": cannot hold a " + std::to_string(mat.cols) + " x " +
+        throw libraryFailure(path + ": no memory for a " + std::to_string(mat.cols) + " x " +
                              std::to_string(mat.rows) + " image");
     }
     ImagePtr image(raw);
@@ -218,6 +227,16 @@ ImagePtr loadWithOpenCv(const std::string &path) {
     return image;
 }
 
+// Refuses a file of our format that is shorter than its header block, with its size.
+void checkHeaderBlockSize(const std::string &path) {
+    std::error_code error;
+    const uintmax_t size = std::filesystem::file_size(path, error);
+    if (!error && size < 512) {
+        throw Error(path + ": not a pxImage file (" + std::to_string(size) +
+                    " bytes, shorter than the 512-byte header block)");
+    }
+}
+
 // Loads a file of our format with the library. The reader decodes CBIT, CSHORT and SHORT12 data only into
 // their own in-memory type, so encoded files are read as stored and converted afterwards.
 ImagePtr loadOurs(const std::string &path, int32_t type) {
@@ -225,6 +244,8 @@ ImagePtr loadOurs(const std::string &path, int32_t type) {
     if (!readLeadingFields(path, fields) || !plausibleHeader(fields)) {
         throw Error(path + ": not an image file (neither PNG, TIFF, PGM nor a pxImage file)");
     }
+    checkSideLimit(path, fields.width, fields.height);
+    checkHeaderBlockSize(path);
     const bool encoded = fields.type == CBIT || fields.type == CSHORT || fields.type == SHORT12;
     tag_pxImage *raw = nullptr;
     if (!pxImageRead(utf16Path(path).data(), encoded ? 0 : type, 0, &raw)) {
@@ -288,7 +309,120 @@ void saveOurs(const tag_pxImage *image, int32_t fileType, const std::string &tem
     // A plain write only reads the pixels.
     tag_pxImage *source = encoded ? copy.get() : const_cast<tag_pxImage *>(image);
     if (!pxImageWriteChecked(utf16Path(tempPath).data(), encoded ? fileType : 0, source)) {
-        throw libraryFailure(path + ": cannot write");
+        const Error failure = libraryFailure(path + ": cannot write");
+        if (fileType == CSHORT && std::string(failure.what()).find("too large") != std::string::npos) {
+            double lo = 0.0, hi = 0.0;
+            valueRange(image, lo, hi);
+            throw Error(std::string(failure.what()) +
+                        ": CSHORT merges only runs of similar pixels whose lowest bit is clear, so noisy or "
+                        "low-valued data does not compress; use --encoding short12 or plain" +
+                        (hi < 256.0 ? ", or --shift 8 to move 8-bit data into the high bits" : ""));
+        }
+        throw failure;
+    }
+}
+
+// The partial file being written, removed by the handler of SIGINT and SIGTERM (empty: none).
+char partialInProgress[4096] = "";
+
+extern "C" void removePartialAndStop(int signal) {
+    if (partialInProgress[0] != '\0') {
+        unlink(partialInProgress);
+    }
+    std::signal(signal, SIG_DFL);
+    std::raise(signal);
+}
+
+// Notes the partial file that a signal must remove (installing the handler the first time), or none.
+void notePartial(const std::string &path) {
+    static bool installed = false;
+    if (!installed) { // a signal ignored by the caller (a background job of a script) stays ignored
+        for (int signal : {SIGINT, SIGTERM}) {
+            if (std::signal(signal, removePartialAndStop) == SIG_IGN) {
+                std::signal(signal, SIG_IGN);
+            }
+        }
+        installed = true;
+    }
+    partialInProgress[0] = '\0';
+    if (!path.empty() && path.size() < sizeof partialInProgress) {
+        std::memcpy(partialInProgress + 1, path.c_str() + 1, path.size()); // the first byte last
+        partialInProgress[0] = path[0];
+    }
+}
+
+// What a lossy encoding keeps, for its warning.
+std::string encodingKeeps(int32_t fileType) {
+    switch (fileType) {
+    case CBIT:
+        return "CBIT keeps 1 bit per pixel";
+    case SHORT12:
+        return "SHORT12 keeps the 12 high bits";
+    default:
+        return "CSHORT merges runs of similar pixels";
+    }
+}
+
+// Reads an encoded file back and warns when pixels changed: how many, by how much, and the size against a
+// plain file when the encoding made it larger.
+void warnEncodingLoss(const tag_pxImage *image, int32_t fileType, const std::string &tempPath,
+                      const std::string &path) {
+    ImagePtr back = loadOurs(tempPath, image->type);
+    double changed = 0.0, maxError = 0.0, hi = 0.0, lo = 0.0;
+    for (int32_t y = 0; y < image->height; ++y) {
+        for (int32_t x = 0; x < image->width; ++x) {
+            const double error = std::fabs(pixelAt(back.get(), x, y) - pixelAt(image, x, y));
+            changed += error != 0.0 ? 1.0 : 0.0;
+            maxError = std::max(maxError, error);
+        }
+    }
+    if (changed == 0.0) {
+        return;
+    }
+    valueRange(image, lo, hi);
+    uint32_t pixelSize = 0;
+    pxImagePixelSize(image->type, &pixelSize);
+    std::error_code error;
+    const double plain = 512.0 + double(image->width) * image->height * pixelSize;
+    const double ratio = double(std::filesystem::file_size(tempPath, error)) / plain;
+    std::fprintf(
+        stderr, "pximg: warning: %s: %s: %s %% of pixels changed, by up to %s%s%s\n", path.c_str(),
+        encodingKeeps(fileType).c_str(),
+        fixed(100.0 * changed / (double(image->width) * image->height), 1).c_str(),
+        shortest(maxError).c_str(),
+        fileType == SHORT12 && hi < 4096.0 ? " (the data lies below 4096: --shift 4 moves 12-bit data up)"
+                                           : "",
+        ratio > 1.0 ? ("; the file is " + fixed(ratio, 1) + "x the size of a plain one").c_str() : "");
+}
+
+// The format a file name asks for: "png", "tif", "pgm", "pxi", or "" for an unknown extension.
+std::string formatOfName(const std::string &path) {
+    const std::string ext = lowerExtension(path);
+    if (ext == ".png" || ext == ".pgm" || ext == ".tif") {
+        return ext.substr(1);
+    }
+    return ext == ".tiff" ? "tif" : ext == ".pxi" || ext == ".pim" ? "pxi" : "";
+}
+
+// Refuses an output name whose format is unknown or disagrees with --format.
+void checkOutputName(const std::string &path, const std::string &format) {
+    if (path == "-") {
+        throw Error("'-' is not a file name: pximg writes images to files only");
+    }
+    if (!format.empty() && format != "pxi" && format != "png" && format != "tif" && format != "pgm") {
+        throw Error("unknown --format '" + format + "' (use pxi, png, tif or pgm)");
+    }
+    const std::string named = formatOfName(path), ext = lowerExtension(path);
+    if (format.empty() && named.empty()) {
+        throw Error(
+            path + ": " + (ext.empty() ? "no extension" : "unknown image format '" + ext + "'") +
+            " (use .pxi, .png, .tif, .tiff or .pgm, or --format pxi for a pxImage file under this name)");
+    }
+    if (!format.empty() && !named.empty() && named != format) {
+        throw Error(path + ": --format " + format + " disagrees with the name's extension " + ext);
+    }
+    if (!format.empty() && named.empty() && format != "pxi") {
+        throw Error(path + ": --format " + format + " needs a name ending in ." + format);
     }
 }
 
@@ -314,87 +448,6 @@ void checkEncodable(const tag_pxImage *image, int32_t fileType, const std::strin
                     pixelTypeName(image->type) + " (add --type " + (needed == UBYTE ? "ubyte" : "short") +
                     ")");
     }
-}
-
-// Standard normal numbers from a seeded engine (Box-Muller, so the frame is the same with every standard
-// library).
-class FrameRandom {
-  public:
-    explicit FrameRandom(uint32_t seed) : engine_(seed) {}
-    // Uniform in (0, 1].
-    double uniform() { return (double(engine_()) + 1.0) / 4294967296.0; }
-    double uniform(double low, double high) { return low + (high - low) * uniform(); }
-    double normal() {
-        return std::sqrt(-2.0 * std::log(uniform())) * std::cos(6.283185307179586 * uniform());
-    }
-
-  private:
-    std::mt19937 engine_;
-};
-
-// One bright object of the scene: a disc or a rectangle with a brightness gradient and a fine texture.
-struct SceneObject {
-    bool disc;
-    double cx, cy, rx, ry; // centre and half sizes
-    double level;          // mean signal in DN
-    double gx, gy;         // relative gradient per pixel
-    double period, phase;  // texture grating
-};
-
-// Random objects covering roughly an eighth of the frame.
-std::vector<SceneObject> makeObjects(int32_t width, int32_t height, FrameRandom &random) {
-    const double size = std::min(width, height);
-    const int count = std::max(1, int(std::lround(10.0 * double(width) * height / (1024.0 * 768.0))));
-    std::vector<SceneObject> objects;
-    for (int i = 0; i < count; ++i) {
-        SceneObject o{};
-        o.disc = i % 2 == 0;
-        o.rx = size * random.uniform(0.035, 0.1);
-        o.ry = o.disc ? o.rx : o.rx * random.uniform(0.5, 1.2);
-        o.cx = random.uniform(o.rx, width - o.rx);
-        o.cy = random.uniform(o.ry, height - o.ry);
-        o.level = 2000.0 * std::pow(20.0, random.uniform()); // 2000 .. 40000 DN
-        const double angle = random.uniform(0.0, 6.283185307179586);
-        const double slope = random.uniform(0.2, 0.4) / std::max(o.rx, o.ry);
-        o.gx = slope * std::cos(angle);
-        o.gy = slope * std::sin(angle);
-        o.period = random.uniform(3.0, 9.0);
-        o.phase = random.uniform(0.0, 6.283185307179586);
-        objects.push_back(o);
-    }
-    return objects;
-}
-
-// Coverage of a pixel by an object (1 inside, 0 outside, a one-pixel soft edge) and its signal there.
-double objectSignal(const SceneObject &o, double x, double y, double &coverage) {
-    const double dx = x - o.cx, dy = y - o.cy;
-    double inside; // distance inside the edge, in pixels
-    if (o.disc) {
-        inside = o.rx - std::sqrt(dx * dx + dy * dy);
-    } else {
-        inside = std::min(o.rx - std::fabs(dx), o.ry - std::fabs(dy));
-    }
-    coverage = std::clamp(inside + 0.5, 0.0, 1.0);
-    const double texture = 0.15 * std::sin(6.283185307179586 * (x + 0.5 * y) / o.period + o.phase);
-    return o.level * (1.0 + o.gx * dx + o.gy * dy) * (1.0 + texture);
-}
-
-// Paints the objects (later ones in front) into a signal plane of width x height.
-std::vector<double> paintObjects(int32_t width, int32_t height, const std::vector<SceneObject> &objects) {
-    std::vector<double> signal(size_t(width) * size_t(height), 0.0);
-    for (const SceneObject &o : objects) {
-        const int x0 = std::max(0, int(o.cx - o.rx) - 1), x1 = std::min(width - 1, int(o.cx + o.rx) + 1);
-        const int y0 = std::max(0, int(o.cy - o.ry) - 1), y1 = std::min(height - 1, int(o.cy + o.ry) + 1);
-        for (int y = y0; y <= y1; ++y) {
-            for (int x = x0; x <= x1; ++x) {
-                double coverage = 0.0;
-                const double value = objectSignal(o, x, y, coverage);
-                double &s = signal[size_t(y) * width + x];
-                s = s * (1.0 - coverage) + value * coverage;
-            }
-        }
-    }
-    return signal;
 }
 
 } // namespace
@@ -454,6 +507,9 @@ ImagePtr convertImage(const tag_pxImage *image, int32_t type, bool transform) {
 }
 
 ImagePtr loadImage(const std::string &path, int32_t type) {
+    if (path == "-") {
+        throw Error("'-' is not a file name: pximg reads images from files only");
+    }
     LeadingFields fields{};
     const bool hasFields = readLeadingFields(path, fields); // also fails cleanly on an unreadable file
     const bool ours = hasFields && plausibleHeader(fields);
@@ -467,30 +523,41 @@ ImagePtr loadImage(const std::string &path, int32_t type) {
     return convertImage(image.get(), type, false);
 }
 
-void saveImage(const tag_pxImage *image, const std::string &path, int32_t fileType, bool transform) {
+void saveImage(const tag_pxImage *image, const std::string &path, int32_t fileType, bool transform,
+               const std::string &format) {
+    checkOutputName(path, format);
     const bool encoded = fileType == CBIT || fileType == CSHORT || fileType == SHORT12;
     ImagePtr converted;
     if (!encoded && fileType != 0 && (fileType != image->type || transform)) {
-        converted = convertImage(image, fileType, transform);
+        converted =
+            transform ? convertImage(image, fileType, true) : changeType(image, TypeChange{}, fileType);
         image = converted.get();
     }
     checkEncodable(image, fileType, path);
     const std::string temp = partialName(path);
-    createEmpty(temp, path);
+    notePartial(temp);
     try {
+        createEmpty(temp, path);
         if (isOpenCvName(path)) {
             saveWithOpenCv(image, temp, path);
         } else {
             saveOurs(image, encoded ? fileType : 0, temp, path);
         }
+        if (encoded) {
+            warnEncodingLoss(image, fileType, temp, path);
+        }
     } catch (const cv::Exception &e) {
         std::remove(temp.c_str());
+        notePartial("");
         throw Error(path + ": OpenCV could not write the image (" + e.err + ")");
     } catch (...) {
         std::remove(temp.c_str());
+        notePartial("");
         throw;
     }
-    if (std::rename(temp.c_str(), path.c_str()) != 0) {
+    const int renamed = std::rename(temp.c_str(), path.c_str());
+    notePartial("");
+    if (renamed != 0) {
         const std::string reason = std::strerror(errno);
         std::remove(temp.c_str());
         throw Error(path + ": " + reason);
@@ -512,12 +579,7 @@ ImagePtr readHeaderBlock(const std::string &path, std::string &version, int32_t 
     if (!readLeadingFields(path, fields) || !plausibleHeader(fields)) {
         throw Error(path + ": not a pxImage file");
     }
-    std::error_code error;
-    const uintmax_t size = std::filesystem::file_size(path, error);
-    if (!error && size < 512) {
-        throw Error(path + ": not a pxImage file (" + std::to_string(size) +
-                    " bytes, shorter than the 512-byte header block)");
-    }
+    checkHeaderBlockSize(path);
     FilePtr file = openForReading(path);
     tag_pxImage *raw = nullptr;
     if (!pxImageHeaderRead(file.get(), 0, 0, &raw, &storedType)) {
@@ -528,42 +590,6 @@ ImagePtr readHeaderBlock(const std::string &path, std::string &version, int32_t 
         c = std::isprint(static_cast<unsigned char>(c)) ? c : '?'; // a foreign tag is read all the same
     }
     return ImagePtr(raw);
-}
-
-ImagePtr synthesizeFrame(int32_t width, int32_t height, uint32_t seed, int32_t significantBits) {
-    if (significantBits < 1 || significantBits > 16) {
-        throw Error("a frame needs 1..16 significant bits, not " + std::to_string(significantBits));
-    }
-    const double step = double(1 << (16 - significantBits)); // one step of the converter in 16-bit units
-    FrameRandom random(seed);
-    const std::vector<SceneObject> objects = makeObjects(width, height, random);
-    const std::vector<double> signal = paintObjects(width, height, objects);
-    tag_pxImage *raw = nullptr;
-    if (!pxImageConstruct(SHORT, width, height, 0, 1, &raw)) {
-        throw libraryFailure("cannot build a " + std::to_string(width) + " x " + std::to_string(height) +
-                             " frame");
-    }
-    ImagePtr frame(raw);
-    // Sensor model: 100 DN offset, dark current rising across the frame with amplifier glow in one corner,
-    // column fixed pattern, shot noise at 1.5 DN per electron, 4 DN read noise; then the converter's steps.
-    const double offset = 100.0, gain = 1.5, readNoise = 4.0;
-    std::vector<double> columnPattern(static_cast<size_t>(width));
-    for (double &c : columnPattern) {
-        c = 1.5 * random.normal();
-    }
-    auto rows = reinterpret_cast<uint16_t **>(frame->pixMap[0]);
-    for (int32_t y = 0; y < height; ++y) {
-        for (int32_t x = 0; x < width; ++x) {
-            const double glow = 40.0 * std::exp(-std::hypot(x, y) / 150.0);
-            const double dark = 8.0 * (double(x) / width + double(y) / height) / 2.0 + glow;
-            const double electrons = (signal[size_t(y) * width + x] + dark) / gain;
-            const double sigma = std::sqrt(gain * gain * electrons + readNoise * readNoise);
-            const double value = offset + columnPattern[x] + gain * electrons + sigma * random.normal();
-            const double quantised = std::min(step * std::round(value / step), 65536.0 - step);
-            rows[y][x] = static_cast<uint16_t>(std::max(quantised, 0.0));
-        }
-    }
-    return frame;
 }
 
 } // namespace pximg

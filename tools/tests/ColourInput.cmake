@@ -1,0 +1,28 @@
+# Grey stored as RGB, as a grey palette or with an alpha channel reads as the grey image; real colour reads
+# with --grey (luminance) or --channel N.
+include(${CMAKE_CURRENT_LIST_DIR}/PximgSteps.cmake)
+file(REMOVE_RECURSE ${WORK})
+file(MAKE_DIRECTORY ${WORK})
+
+function(stats_of result)
+  pximg(stats ${ARGN} --bins 8)
+  string(REGEX REPLACE "^.*(count.*)$" "\\1" body "${PXIMG_OUTPUT}")
+  set(${result} "${body}" PARENT_SCOPE)
+endfunction()
+
+stats_of(camera ${IMG}/camera.png)
+foreach(layout grey-rgb grey-palette grey-alpha)
+  stats_of(other ${IMG}/${layout}.png)
+  if(NOT camera STREQUAL other)
+    message(FATAL_ERROR "${layout}.png does not read as the grey image:\n${other}")
+  endif()
+endforeach()
+foreach(file colour colour-palette)
+  stats_of(red ${IMG}/${file}.png --channel 0)
+  if(NOT camera STREQUAL red)
+    message(FATAL_ERROR "the red channel of ${file}.png is not the grey image:\n${red}")
+  endif()
+endforeach()
+pximg(convert ${IMG}/colour.png ${WORK}/luminance.png --grey)
+pximg(info ${WORK}/luminance.png)
+expect_output("channels +grey, 1 channel")

@@ -1,0 +1,52 @@
+# convert and filter over several files into a folder: one line per file, a summary, going on after a
+# failure and exit status 1 at the end; -q prints only failures; preview of a folder.
+file(REMOVE_RECURSE ${WORK})
+function(run expect)
+  execute_process(COMMAND ${PXIMG} ${ARGN} RESULT_VARIABLE status OUTPUT_VARIABLE out ERROR_VARIABLE err)
+  if(NOT status EQUAL expect)
+    message(FATAL_ERROR "pximg ${ARGN}: status ${status}, expected ${expect}\n${out}${err}")
+  endif()
+  set(OUT "${out}" PARENT_SCOPE)
+  set(ERR "${err}" PARENT_SCOPE)
+endfunction()
+function(expect text regex)
+  if(NOT text MATCHES "${regex}")
+    message(FATAL_ERROR "'${regex}' not found in:\n${text}")
+  endif()
+endfunction()
+
+run(1 convert ${IMG}/camera.png ${IMG}/colour.png ${IMG}/grey-rgb.png --out-dir ${WORK}/pxi --format pxi)
+expect("${OUT}" "^wrote [^\n]*pxi/camera.pxi \\([0-9]+ bytes\\)\nwrote [^\n]*pxi/grey-rgb.pxi \\([0-9]+ bytes\\)\n2 of 3 files written, 1 failed\n$")
+expect("${ERR}" "^pximg: [^\n]*colour.png: a colour image")
+if(NOT EXISTS ${WORK}/pxi/camera.pxi OR NOT EXISTS ${WORK}/pxi/grey-rgb.pxi OR EXISTS ${WORK}/pxi/colour.pxi)
+  message(FATAL_ERROR "wrong files in ${WORK}/pxi")
+endif()
+
+run(0 filter box --window 3 ${WORK}/pxi/camera.pxi ${WORK}/pxi/grey-rgb.pxi --out-dir ${WORK}/box -q)
+expect("${OUT}" "^$")
+run(0 convert ${IMG}/camera.png ${IMG}/camera16.png --out-dir ${WORK}/tif --format tif -v)
+expect("${OUT}" "camera.tif \\([0-9]+ bytes, UBYTE, 64 x 48\\)\n.*camera16.tif \\([0-9]+ bytes, SHORT, 64 x 48\\)\n2 of 2 files written\n$")
+
+run(0 preview ${WORK}/pxi --out-dir ${WORK}/previews)
+expect("${OUT}" "previews/camera.png .*previews/grey-rgb.png .*2 of 2 files written\n$")
+file(READ ${WORK}/previews/camera.png signature LIMIT 4 HEX)
+if(NOT signature STREQUAL "89504e47")
+  message(FATAL_ERROR "the preview is no PNG")
+endif()
+
+# info --check over good and damaged files; --stats of a known image.
+file(WRITE ${WORK}/damaged.png "not a picture")
+run(1 info --check ${IMG}/camera.png ${WORK}/damaged.png ${DEMO}/frame-cshort.pxi)
+expect("${OUT}" "camera.png\nformat +PNG\n.*check +ok .*frame-cshort.pxi\n.*check +ok")
+expect("${ERR}" "^pximg: [^\n]*damaged.png: not an image file")
+run(0 info --stats --json ${IMG}/constant.png)
+expect("${OUT}" "\"format\": \"PNG\",\n.*\"stats\": {\"min\": 7, \"max\": 7, \"mean\": 7, \"stdDev\": 0}\n}\n$")
+run(0 info --stats ${IMG}/camera16.png)
+expect("${OUT}" "bits +16 per sample\nfile size +[0-9]+ bytes\nmin +0\nmax +65535\nmean +[0-9.]+\nstd dev +[0-9.]+\n$")
+
+# info reads TIFF and PGM files as well.
+run(0 info --json ${WORK}/tif/camera16.tif)
+expect("${OUT}" "\"format\": \"TIFF\",\n  \"width\": 64,\n  \"height\": 48,\n  \"channels\": 1,\n  \"layout\": \"grey\",\n  \"bitsPerSample\": 16,")
+run(0 convert ${IMG}/camera.png ${WORK}/camera.pgm)
+run(0 info ${WORK}/camera.pgm)
+expect("${OUT}" "format +PGM\nsize +64 x 48\nchannels +grey, 1 channel\nbits +8 per sample\n")
