@@ -8,7 +8,8 @@
 file(REMOVE_RECURSE ${WORK})
 file(MAKE_DIRECTORY ${WORK}/source ${WORK}/limited)
 # In a coverage build the profiling runtime also fails to write its counters under the limit, and says so on
-# stderr when the program ends; those lines are not pximg's.
+# stderr when the program ends; those lines are not pximg's. The limited runs write their counters under
+# a scratch prefix, so that the truncated files do not spoil the build's own.
 macro(drop_coverage_noise)
   string(REGEX REPLACE "[^\n]*profiling[^\n]*[.]gcda[^\n]*\n" "" err "${err}")
 endmacro()
@@ -24,6 +25,7 @@ file(GLOB sources ${WORK}/source/*.pxi)
 list(GET sources 0 source)
 
 # A plain SHORT copy is 512 + 2048 bytes.
+set(ENV{GCOV_PREFIX} ${WORK}/coverage-under-limit)
 execute_process(COMMAND ${limit} ${PXIMG} convert ${source} ${WORK}/limited/copy.pxi --encoding plain
   RESULT_VARIABLE status OUTPUT_VARIABLE out ERROR_VARIABLE err)
 drop_coverage_noise()
@@ -40,6 +42,7 @@ if(NOT status EQUAL 1 OR NOT err MATCHES
   message(FATAL_ERROR "container write under the limit: exit status ${status}\nstdout:\n${out}\nstderr:\n${err}")
 endif()
 
+unset(ENV{GCOV_PREFIX})
 file(GLOB left ${WORK}/limited/*)
 if(left)
   message(FATAL_ERROR "files left behind under the limit: ${left}")
