@@ -1,7 +1,8 @@
 // Region statistics whose histogram index would leave the bins + 1 counters: NaN and infinite quantities
 // (in the pixels, or from integer flow lengths whose 32-bit sum of squares wraps negative) and caller
 // ranges that do not cover the data. Such pixels are not counted; every counter outside 0..bins, watched by
-// guard values on both sides, stays untouched, and the range, sums, mean and deviation are as specified.
+// guard values on both sides, stays untouched, and the range, sums, mean and deviation come out as they
+// always have.
 #include <cmath>
 #include <cstdint>
 #include <limits>
@@ -228,7 +229,7 @@ TEST(StatsHistogramBoundsTest, CallerRangeThatDoesNotCoverThePixels) {
 }
 
 TEST(StatsHistogramBoundsTest, CallerRangeBelowIntegerPixels) {
-    // Integer sums wrap as specified; the pixels above the range are not counted in the histogram.
+    // Integer sums wrap in 32 bits; the pixels above the range are not counted in the histogram.
     StatsImage img(INT, 4, 1);
     setRow<int32_t>(img, {5, 6, 2000000000, -3});
     const Stats s = pixValue(img.image, 2, 5.0, 6.0);
