@@ -366,7 +366,15 @@ std::u16string CMarkupSTL::GetTagName() const {
 }
 
 std::u16string CMarkupSTL::GetData() const {
-    return toUtf16(impl_->current.text().get());
+    // All plain text children in order (CDATA sections are kept apart): a comment between two runs of text
+    // parts them into two nodes, and the document as written (without the comment) joins them again, so only
+    // the whole reads the same both ways.
+    std::string text;
+    for (const pugi::xml_node child : impl_->current.children()) {
+        if (child.type() == pugi::node_pcdata)
+            text += child.value();
+    }
+    return toUtf16(text.c_str());
 }
 
 bool CMarkupSTL::IntoElem() {

@@ -77,6 +77,18 @@ TEST(MarkupDocument, WhiteSpaceOnlyTextSurvivesARoundTrip) {
     EXPECT_EQ(u"<e>  </e>", xml.GetDoc());
 }
 
+TEST(MarkupDocument, TextAroundACommentIsOneTextBothWays) {
+    CMarkupSTL xml;
+    ASSERT_TRUE(xml.SetDoc(u"<e>ab<!-- note -->cd<?pi x?>ef</e>"));
+    ASSERT_TRUE(xml.FindElem(u"e"));
+    EXPECT_EQ(u"abcdef", xml.GetData());
+    EXPECT_EQ(u"<e>abcdef</e>", xml.GetDoc());
+    CMarkupSTL back;
+    ASSERT_TRUE(back.SetDoc(xml.GetDoc()));
+    ASSERT_TRUE(back.FindElem(u"e"));
+    EXPECT_EQ(u"abcdef", back.GetData());
+}
+
 TEST(MarkupDocument, EveryCharacterOfTextSurvivesARoundTrip) {
     std::u16string data;
     for (char16_t c = 1; c < 0x80; ++c)
