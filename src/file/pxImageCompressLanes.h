@@ -25,6 +25,40 @@
 namespace pxcompress {
 namespace {
 
+// True when any lane of the mask (a vector of whole registers) is set: its registers are ORed together and
+// tested once.
+template <class Register, class Mask, class Test> bool anyIn(Mask m, Test test) {
+    static_assert(sizeof(Mask) % sizeof(Register) == 0, "masks of whole registers");
+    Register parts[sizeof(Mask) / sizeof(Register)];
+    std::memcpy(parts, &m, sizeof parts);
+    Register acc = parts[0];
+    for (unsigned i = 1; i < sizeof(Mask) / sizeof(Register); ++i)
+        acc |= parts[i];
+    return test(acc);
+}
+
+template <class Mask> bool anyLane(Mask m) {
+#if defined(__AVX512F__)
+    if constexpr (sizeof(Mask) % 64 == 0)
+        return anyIn<__m512i>(m, [](__m512i v) { return _mm512_test_epi64_mask(v, v) != 0; });
+#endif
+#if defined(__AVX__)
+    if constexpr (sizeof(Mask) % 32 == 0)
+        return anyIn<__m256i>(m, [](__m256i v) { return _mm256_testz_si256(v, v) == 0; });
+#endif
+#if defined(__SSE2__)
+    if constexpr (sizeof(Mask) % 16 == 0)
+        return anyIn<__m128i>(
+            m, [](__m128i v) { return _mm_movemask_epi8(_mm_cmpeq_epi8(v, _mm_setzero_si128())) != 0xFFFF; });
+#endif
+    return anyIn<uint64_t>(m, [](uint64_t v) { return v != 0; });
+}
+
+// True when every lane of the mask is set.
+template <class Mask> bool allLanes(Mask m) {
+    return !anyLane(~m);
+}
+
 // Vectors of one register: ShortV of 16-bit pixels (Lanes lanes), FloatV of floats (FloatLanes lanes) and
 // HalfV of the 16-bit pixels converted to one FloatV; or uint16_t, uint16_t and float for the plain level,
 // which uses no vectors.
@@ -44,41 +78,6 @@ template <class ShortV, class HalfV, class FloatV> struct Vec {
         std::memcpy(&v, p, sizeof v);
         v |= bits;
         return __builtin_convertvector(v, FloatV);
-    }
-
-    // True when any lane of the mask is set: the mask's registers are ORed together and tested once.
-    template <class Mask> static bool any(Mask m) {
-#if defined(__AVX512F__)
-        if constexpr (sizeof(Mask) % 64 == 0)
-            return anyIn<__m512i>(m, [](__m512i v) { return _mm512_test_epi64_mask(v, v) != 0; });
-#endif
-#if defined(__AVX__)
-        if constexpr (sizeof(Mask) % 32 == 0)
-            return anyIn<__m256i>(m, [](__m256i v) { return _mm256_testz_si256(v, v) == 0; });
-#endif
-#if defined(__SSE2__)
-        if constexpr (sizeof(Mask) % 16 == 0)
-            return anyIn<__m128i>(m, [](__m128i v) {
-                return _mm_movemask_epi8(_mm_cmpeq_epi8(v, _mm_setzero_si128())) != 0xFFFF;
-            });
-#endif
-        return anyIn<uint64_t>(m, [](uint64_t v) { return v != 0; });
-    }
-
-    // True when every lane of the mask is set.
-    template <class Mask> static bool all(Mask m) {
-        return !any(~m);
-    }
-
-  private:
-    template <class Register, class Mask, class Test> static bool anyIn(Mask m, Test test) {
-        static_assert(sizeof(Mask) % sizeof(Register) == 0, "masks of whole registers");
-        Register parts[sizeof(Mask) / sizeof(Register)];
-        std::memcpy(parts, &m, sizeof parts);
-        Register acc = parts[0];
-        for (unsigned i = 1; i < sizeof(Mask) / sizeof(Register); ++i)
-            acc |= parts[i];
-        return test(acc);
     }
 };
 
@@ -192,7 +191,7 @@ template <class ShortV, class HalfV, class FloatV> class Protector {
         for (int64_t x = coverLo_; x <= coverHi_; x += Lanes) {
             const int64_t end = x + Lanes - 1 < coverHi_ ? x + Lanes - 1 : coverHi_;
             if constexpr (Lanes > 1) {
-                if (end - x + 1 == Lanes && !V::any(V::load(cover_ + x) != 0))
+                if (end - x + 1 == Lanes && !anyLane(V::load(cover_ + x) != 0))
                     continue;
             }
             for (int64_t r = first; r <= last; ++r) {
@@ -239,11 +238,11 @@ template <class ShortV, class HalfV, class FloatV> class Protector {
             if constexpr (Lanes > 1) {
                 if (mark_ >= 0 && x + Lanes - 1 <= x1) {
                     const auto brightLanes = V::load(row_ + x) > (uint16_t)mark_;
-                    if (!V::any(brightLanes)) {
+                    if (!anyLane(brightLanes)) {
                         x += Lanes;
                         continue;
                     }
-                    if (V::all(brightLanes)) {
+                    if (allLanes(brightLanes)) {
                         markSquares(x, x + Lanes - 1);
                         x += Lanes;
                         continue;
@@ -297,10 +296,10 @@ template <class ShortV, class HalfV, class FloatV> class Protector {
     // stretch is open, no rise; while one is, no fall and no column past its length limit.
     bool edgesQuiet(int64_t x, FloatV left, FloatV right) const {
         if (!open_)
-            return !V::any(right > s_.ratioTh * left);
+            return !anyLane(right > s_.ratioTh * left);
         if (x + FloatLanes - 1 - rise_ > s_.maxProtectWidth)
             return false;
-        return !V::any(left / s_.ratioTh > right);
+        return !anyLane(left / s_.ratioTh > right);
     }
 
     // Does the edge scan of the FloatLanes columns from x in one go when it can: with no bright pixel and
@@ -313,9 +312,9 @@ template <class ShortV, class HalfV, class FloatV> class Protector {
         if (!withBright)
             return edgesQuiet(x, left, right);
         const auto brightLanes = V::loadFloat(row_ + x) > markFloat_;
-        if (!V::any(brightLanes))
+        if (!anyLane(brightLanes))
             return edgesQuiet(x, left, right);
-        if (reach_ > 4 || !V::all(brightLanes) ||
+        if (reach_ > 4 || !allLanes(brightLanes) ||
             !edgesQuiet(x, V::loadFloat(row_ + x - reach_, 1), V::loadFloat(row_ + x + reach_, 1)))
             return false;
         markSquares(x, x + FloatLanes - 1);
@@ -360,7 +359,7 @@ uint64_t firstBreak(const uint16_t *pixels, uint64_t i, uint64_t end, uint16_t l
     if constexpr (Lanes > 1) {
         for (; i + Lanes <= end; i += Lanes) {
             const ShortV v = V::load(pixels + i);
-            if (V::any(((v & 1) != 0) | (v < low) | (v > high)))
+            if (anyLane(((v & 1) != 0) | (v < low) | (v > high)))
                 break;
         }
     }
@@ -370,11 +369,70 @@ uint64_t firstBreak(const uint16_t *pixels, uint64_t i, uint64_t end, uint16_t l
     return end;
 }
 
-template <class ShortV>
+// Stretches where every pixel opens a run of its own: each pixel breaks the run its predecessor opened, which
+// depends on the two pixels alone, so whole vectors of them are tested and written at once.
+template <class HalfV, class IntV> class LoneRuns {
+    static constexpr int Lanes = sizeof(IntV) / sizeof(int32_t);
+
+  public:
+    LoneRuns(int64_t baseline, const Settings &s)
+        : baseline_(clampTo(baseline, 1 << 18)), diffLow_(clampTo(s.diffLow, 1 << 17)),
+          diffHigh_(clampTo(s.diffHigh, 1 << 17)) {}
+
+    // Whether pixels i..i+Lanes-1 each break the run of their predecessor (i >= 1, the predecessor of i
+    // already opened its run).
+    bool allBreak(const uint16_t *pixels, uint64_t i) const {
+        const IntV p = load(pixels + i);
+        const IntV previous = load(pixels + i - 1) & ~3;
+        const IntV above = previous > baseline_;
+        const IntV wideHigh = previous + diffLow_;
+        const IntV narrow = above | (wideHigh > baseline_);
+        const IntV low = (above & (previous - diffHigh_)) | (~above & (previous - diffLow_));
+        const IntV high = (narrow & (previous + diffHigh_)) | (~narrow & wideHigh);
+        const IntV breaks = ((p & 1) != 0) | (p < low) | (p > high);
+        return allLanes(breaks);
+    }
+
+    // Pixels i..i+Lanes-1 become runs of one: each loses its two low bits and the pairs (1, predecessor) are
+    // written, or only counted where they would pass the limit.
+    static void write(uint16_t *pixels, uint64_t i, RunWriter &out) {
+        const IntV previous = load(pixels + i - 1) & ~3;
+        HalfV opened;
+        std::memcpy(&opened, pixels + i, sizeof opened);
+        opened &= (uint16_t)~3;
+        std::memcpy(pixels + i, &opened, sizeof opened);
+        if (out.used + 2 * Lanes > out.capacity) {
+            for (int k = 0; k < Lanes; ++k)
+                emit(out, 1, (uint16_t)previous[k]);
+            return;
+        }
+        static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "pairs built as little-endian 32-bit words");
+        const IntV pairs = 1 | (previous << 16);
+        std::memcpy(out.words + out.used, &pairs, sizeof pairs);
+        out.used += 2 * Lanes;
+    }
+
+  private:
+    const int32_t baseline_, diffLow_, diffHigh_;
+
+    // Limits that change no comparison with pixels and their sums with the tolerances.
+    static int32_t clampTo(int64_t value, int32_t limit) {
+        return (int32_t)(value < -limit ? -limit : value > limit ? limit : value);
+    }
+    static IntV load(const uint16_t *p) {
+        HalfV v;
+        std::memcpy(&v, p, sizeof v);
+        return __builtin_convertvector(v, IntV);
+    }
+};
+
+template <class ShortV, class HalfV, class IntV>
 void formRunsLanes(uint16_t *pixels, uint64_t n, int64_t baseline, const Settings &s, RunWriter &out) {
     Range range{(int64_t)pixels[0] - s.diffLow, (int64_t)pixels[0] + s.diffLow};
     uint32_t length = 1;
     uint64_t i = 1;
+    constexpr bool vectors = sizeof(IntV) > sizeof(int32_t);
+    const LoneRuns<HalfV, IntV> lone(baseline, s);
     while (i < n) {
         if (range.low <= range.high && range.low <= 65535 && range.high >= 0) {
             const uint64_t room = kLongestRun - length;
@@ -392,6 +450,16 @@ void formRunsLanes(uint16_t *pixels, uint64_t n, int64_t baseline, const Setting
         length = 1;
         range = rangeOf(pixels[i], baseline, s);
         ++i;
+        if constexpr (vectors) {
+            constexpr uint64_t lanes = sizeof(IntV) / sizeof(int32_t);
+            if (n - i >= lanes && lone.allBreak(pixels, i)) {
+                do {
+                    lone.write(pixels, i, out);
+                    i += lanes;
+                } while (n - i >= lanes && lone.allBreak(pixels, i));
+                range = rangeOf(pixels[i - 1], baseline, s);
+            }
+        }
     }
     emit(out, length, pixels[n - 1]);
 }
@@ -401,11 +469,13 @@ template <int Bytes> struct LaneTypes {
     typedef uint16_t Short __attribute__((vector_size(Bytes)));
     typedef uint16_t Half __attribute__((vector_size(Bytes / 2)));
     typedef float Float __attribute__((vector_size(Bytes)));
+    typedef int32_t Int __attribute__((vector_size(Bytes)));
 };
 template <> struct LaneTypes<0> {
     typedef uint16_t Short;
     typedef uint16_t Half;
     typedef float Float;
+    typedef int32_t Int;
 };
 
 template <int Bytes>
@@ -413,7 +483,8 @@ const Kernels kLaneKernels = {
     onePercentLevelSplit,
     protectLanes<typename LaneTypes<Bytes>::Short, typename LaneTypes<Bytes>::Half,
                  typename LaneTypes<Bytes>::Float>,
-    formRunsLanes<typename LaneTypes<Bytes>::Short>,
+    formRunsLanes<typename LaneTypes<Bytes>::Short, typename LaneTypes<Bytes>::Half,
+                  typename LaneTypes<Bytes>::Int>,
 };
 
 } // namespace
