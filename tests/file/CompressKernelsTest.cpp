@@ -367,3 +367,44 @@ TEST(CompressKernels, WholeCompressorAtEveryLevel) {
     }
     pxMallocFree(reinterpret_cast<void **>(&wantWords));
 }
+
+// The 1 % level of frames large enough for the vector levels to guess it from a sample and check the guess
+// in one pass: guesses that hold, guesses that miss (the full count decides), and guesses at both ends of
+// the value range.
+TEST(CompressKernels, OnePercentLevelOfLargeFramesAtEveryLevel) {
+    std::vector<Frame> large{cameraFrame(640, 480, 11, true), cameraFrame(331, 199, 12, false),
+                             cameraFrame(256, 256, 13, false)};
+    large.push_back(frameOf("zeros", 300, 250, [](int, int) { return (uint16_t)0; }));
+    large.push_back(frameOf("top", 300, 250, [](int, int) { return (uint16_t)65535; }));
+    std::mt19937 rng(5);
+    large.push_back(frameOf("uniform", 301, 251, [&](int, int) { return (uint16_t)(rng() & 0xFFFF); }));
+    // Just under and just over 1 % of the pixels at 0, the rest at 50000 or spread above it.
+    for (int zeros : {752, 753, 754, 760}) {
+        int at = 0;
+        large.push_back(frameOf("bimodal" + std::to_string(zeros), 301, 250, [&at, zeros](int, int) {
+            return (uint16_t)(at++ < zeros ? 0 : 50000 + at % 7);
+        }));
+    }
+    // A sparse tail below a dense level: the sample's guess lands in the dense level, the level is lower.
+    large.push_back(frameOf("tail", 320, 240, [&](int x, int y) {
+        return (uint16_t)((x * 31 + y * 17) % 97 == 0 ? 1000 + (x * 7 + y) % 300 : 2000 + (rng() & 3));
+    }));
+    // 1.26 % of the pixels at 0, none where the sample looks (every 18th pixel of 75000), the rest near 2000:
+    // the guess is near 2000 and the count there already passes 1 %; the level is 1.
+    int index = 0;
+    large.push_back(frameOf("unsampled", 300, 250, [&](int, int) {
+        const int i = index++;
+        return (uint16_t)(i < 1000 && i % 18 != 0 ? 0 : 2000 + (rng() & 3));
+    }));
+    for (const Frame &f : large) {
+        SCOPED_TRACE(f.name);
+        int64_t want = -1;
+        ASSERT_TRUE(kReference.onePercentLevel(f.pixels.data(), f.pixels.size(), &want));
+        for (const auto &level : levels()) {
+            SCOPED_TRACE(level.first);
+            int64_t got = -2;
+            EXPECT_TRUE(level.second->onePercentLevel(f.pixels.data(), f.pixels.size(), &got));
+            EXPECT_EQ(want, got);
+        }
+    }
+}
