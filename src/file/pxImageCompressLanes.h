@@ -429,7 +429,7 @@ uint64_t firstBreak(const uint16_t *pixels, uint64_t i, uint64_t end, uint16_t l
 
 // Stretches where every pixel opens a run of its own: each pixel breaks the run its predecessor opened, which
 // depends on the two pixels alone, so whole vectors of them are tested and written at once.
-template <class HalfV, class IntV> class LoneRuns {
+template <class HalfV, class IntV, class UIntV> class LoneRuns {
     static constexpr int Lanes = sizeof(IntV) / sizeof(int32_t);
 
   public:
@@ -465,7 +465,7 @@ template <class HalfV, class IntV> class LoneRuns {
             return;
         }
         static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "pairs built as little-endian 32-bit words");
-        const IntV pairs = 1 | (previous << 16);
+        const UIntV pairs = 1 | ((UIntV)previous << 16);
         std::memcpy(out.words + out.used, &pairs, sizeof pairs);
         out.used += 2 * Lanes;
     }
@@ -484,13 +484,13 @@ template <class HalfV, class IntV> class LoneRuns {
     }
 };
 
-template <class ShortV, class HalfV, class IntV>
+template <class ShortV, class HalfV, class IntV, class UIntV>
 void formRunsLanes(uint16_t *pixels, uint64_t n, int64_t baseline, const Settings &s, RunWriter &out) {
     Range range{(int64_t)pixels[0] - s.diffLow, (int64_t)pixels[0] + s.diffLow};
     uint32_t length = 1;
     uint64_t i = 1;
     constexpr bool vectors = sizeof(IntV) > sizeof(int32_t);
-    const LoneRuns<HalfV, IntV> lone(baseline, s);
+    const LoneRuns<HalfV, IntV, UIntV> lone(baseline, s);
     while (i < n) {
         if (range.low <= range.high && range.low <= 65535 && range.high >= 0) {
             const uint64_t room = kLongestRun - length;
@@ -528,12 +528,14 @@ template <int Bytes> struct LaneTypes {
     typedef uint16_t Half __attribute__((vector_size(Bytes / 2)));
     typedef float Float __attribute__((vector_size(Bytes)));
     typedef int32_t Int __attribute__((vector_size(Bytes)));
+    typedef uint32_t UInt __attribute__((vector_size(Bytes)));
 };
 template <> struct LaneTypes<0> {
     typedef uint16_t Short;
     typedef uint16_t Half;
     typedef float Float;
     typedef int32_t Int;
+    typedef uint32_t UInt;
 };
 
 template <int Bytes>
@@ -542,7 +544,7 @@ const Kernels kLaneKernels = {
     protectLanes<typename LaneTypes<Bytes>::Short, typename LaneTypes<Bytes>::Half,
                  typename LaneTypes<Bytes>::Float>,
     formRunsLanes<typename LaneTypes<Bytes>::Short, typename LaneTypes<Bytes>::Half,
-                  typename LaneTypes<Bytes>::Int>,
+                  typename LaneTypes<Bytes>::Int, typename LaneTypes<Bytes>::UInt>,
 };
 
 } // namespace
