@@ -323,6 +323,15 @@ const pxImageNarrowKernels kAvx2 = {
 
 #define PX_AVX512 __attribute__((target("avx512f")))
 
+// The pixels before dst reaches a multiple of `bytes` (0 when it cannot reach one; at most count).
+template <typename D> inline uint32_t headToAlign(const D *dst, uint32_t count, uintptr_t bytes) {
+    const uintptr_t misalign = reinterpret_cast<uintptr_t>(dst) & (bytes - 1);
+    if (misalign == 0 || misalign % sizeof(D) != 0)
+        return 0;
+    const uintptr_t head = (bytes - misalign) / sizeof(D);
+    return head < count ? (uint32_t)head : count;
+}
+
 // The zero-masked forms with every lane selected: the same results as the plain forms, whose inline
 // definitions start from an undefined register that this compiler's uninitialised-use check trips over.
 constexpr __mmask16 kAll = 0xFFFF;
@@ -387,59 +396,84 @@ template <int32_t high> PX_AVX512 inline __m512i avx512RoundClamped(const double
     return avx512RoundNonNegative(src);
 }
 
-template <typename S> PX_AVX512 void avx512ToInt(const S *src, uint32_t count, int32_t *dst) {
-    uint32_t i = 0;
+// One step of each kind: sixteen pixels from src to dst (factor: the scaled kind's multiplier).
+template <typename S> PX_AVX512 inline void avx512StepToInt(const S *src, int32_t *dst, __m512) {
+    _mm512_storeu_si512(dst, avx512RoundSixteen(src));
+}
+template <typename S> PX_AVX512 inline void avx512StepToUint16(const S *src, uint16_t *dst, __m512) {
+    _mm256_storeu_si256(reinterpret_cast<__m256i *>(dst),
+                        _mm512_maskz_cvtusepi32_epi16(kAll, avx512RoundClamped<65535>(src)));
+}
+template <typename S> PX_AVX512 inline void avx512StepToUint8(const S *src, uint8_t *dst, __m512) {
+    _mm_storeu_si128(reinterpret_cast<__m128i *>(dst),
+                     _mm512_maskz_cvtusepi32_epi8(kAll, avx512RoundClamped<255>(src)));
+}
+// Products rounded to float by vmulps (no FMA in this code), then the kind-9 steps.
+PX_AVX512 inline void avx512StepScaledToShort(const float *src, uint16_t *dst, __m512 factor) {
+    const __m512i rounded = avx512RoundClamped<65535>(_mm512_mul_ps(_mm512_loadu_ps(src), factor));
+    _mm256_storeu_si256(reinterpret_cast<__m256i *>(dst), _mm512_maskz_cvtusepi32_epi16(kAll, rounded));
+}
+// The widening kinds: zero-extended to int32, then converted (exactly).
+PX_AVX512 inline void avx512StepUbyteToFloat(const uint8_t *src, float *dst, __m512) {
+    const __m512i wide =
+        _mm512_maskz_cvtepu8_epi32(kAll, _mm_loadu_si128(reinterpret_cast<const __m128i *>(src)));
+    _mm512_storeu_ps(dst, _mm512_maskz_cvtepi32_ps(kAll, wide));
+}
+PX_AVX512 inline void avx512StepShortToFloat(const uint16_t *src, float *dst, __m512) {
+    const __m512i wide =
+        _mm512_maskz_cvtepu16_epi32(kAll, _mm256_loadu_si256(reinterpret_cast<const __m256i *>(src)));
+    _mm512_storeu_ps(dst, _mm512_maskz_cvtepi32_ps(kAll, wide));
+}
+
+// A row of at least sixteen pixels in steps: the steps from the first pixel whose destination is aligned to
+// the step's store (so that no store straddles two cache lines; rows of large images start 16 bytes past a
+// page), one unaligned step before them at the row's start and one after them ending at the row's end.
+// Steps overlap where they meet and write the same values there, as the rows do not overlap.
+template <auto Step, typename S, typename D>
+PX_AVX512 inline void avx512Row(const S *src, uint32_t count, D *dst, __m512 factor = _mm512_setzero_ps()) {
+    uint32_t i = headToAlign(dst, count, 16 * sizeof(D));
+    if (i > 0)
+        Step(src, dst, factor);
     for (; i + 16 <= count; i += 16)
-        _mm512_storeu_si512(dst + i, avx512RoundSixteen(src + i));
-    portableToInt(src + i, count - i, dst + i);
+        Step(src + i, dst + i, factor);
+    if (i < count)
+        Step(src + count - 16, dst + count - 16, factor);
+}
+
+template <typename S> PX_AVX512 void avx512ToInt(const S *src, uint32_t count, int32_t *dst) {
+    if (count < 16)
+        return portableToInt(src, count, dst);
+    avx512Row<avx512StepToInt<S>>(src, count, dst);
 }
 
 template <typename S> PX_AVX512 void avx512ToUint16(const S *src, uint32_t count, uint16_t *dst) {
-    uint32_t i = 0;
-    for (; i + 16 <= count; i += 16)
-        _mm256_storeu_si256(reinterpret_cast<__m256i *>(dst + i),
-                            _mm512_maskz_cvtusepi32_epi16(kAll, avx512RoundClamped<65535>(src + i)));
-    portableToClamped(src + i, count - i, dst + i);
+    if (count < 16)
+        return portableToClamped(src, count, dst);
+    avx512Row<avx512StepToUint16<S>>(src, count, dst);
 }
 
 template <typename S> PX_AVX512 void avx512ToUint8(const S *src, uint32_t count, uint8_t *dst) {
-    uint32_t i = 0;
-    for (; i + 16 <= count; i += 16)
-        _mm_storeu_si128(reinterpret_cast<__m128i *>(dst + i),
-                         _mm512_maskz_cvtusepi32_epi8(kAll, avx512RoundClamped<255>(src + i)));
-    portableToClamped(src + i, count - i, dst + i);
+    if (count < 16)
+        return portableToClamped(src, count, dst);
+    avx512Row<avx512StepToUint8<S>>(src, count, dst);
 }
 
-// Products rounded to float by vmulps (no FMA in this code), then the kind-9 steps.
 PX_AVX512 void avx512FloatScaledToShort(const float *src, uint32_t count, float scale, uint16_t *dst) {
-    const __m512 factor = _mm512_set1_ps(scale);
-    uint32_t i = 0;
-    for (; i + 16 <= count; i += 16) {
-        const __m512i rounded = avx512RoundClamped<65535>(_mm512_mul_ps(_mm512_loadu_ps(src + i), factor));
-        _mm256_storeu_si256(reinterpret_cast<__m256i *>(dst + i),
-                            _mm512_maskz_cvtusepi32_epi16(kAll, rounded));
-    }
-    portableFloatScaledToShort(src + i, count - i, scale, dst + i);
+    if (count < 16)
+        return portableFloatScaledToShort(src, count, scale, dst);
+    avx512Row<avx512StepScaledToShort>(src, count, dst, _mm512_set1_ps(scale));
 }
 
-// The widening kinds, sixteen pixels per step: zero-extended to int32, then converted (exactly).
 PX_AVX512 void avx512UbyteToFloat(const uint8_t *src, uint32_t count, float *dst) {
-    uint32_t i = 0;
-    for (; i + 16 <= count; i += 16) {
-        const __m512i wide =
-            _mm512_maskz_cvtepu8_epi32(kAll, _mm_loadu_si128(reinterpret_cast<const __m128i *>(src + i)));
-        _mm512_storeu_ps(dst + i, _mm512_maskz_cvtepi32_ps(kAll, wide));
-    }
-    portableToFloat(src + i, count - i, dst + i);
+    if (count < 16)
+        return portableToFloat(src, count, dst);
+    avx512Row<avx512StepUbyteToFloat>(src, count, dst);
 }
+
 PX_AVX512 void avx512ShortToFloat(const uint16_t *src, uint32_t count, float *dst) {
-    uint32_t i = 0;
-    for (; i + 16 <= count; i += 16) {
-        const __m512i wide =
-            _mm512_maskz_cvtepu16_epi32(kAll, _mm256_loadu_si256(reinterpret_cast<const __m256i *>(src + i)));
-        _mm512_storeu_ps(dst + i, _mm512_maskz_cvtepi32_ps(kAll, wide));
-    }
-    portableToFloat(src + i, count - i, dst + i);
+    if (count < 16)
+        return portableToFloat(src, count, dst);
+    avx512Row<avx512StepShortToFloat>(src, count, dst);
 }
 
 const pxImageNarrowKernels kAvx512 = {

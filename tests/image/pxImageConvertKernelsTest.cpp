@@ -13,8 +13,10 @@
 
 namespace {
 
-constexpr uint32_t kSizes[] = {0, 1, 3, 7, 8, 15, 16, 17, 31, 33, 1001};
-constexpr uint32_t kStarts[] = {0, 1, 3}; // pixels into the buffer, so rows start off vector alignment
+constexpr uint32_t kSizes[] = {0, 1, 3, 7, 8, 15, 16, 17, 31, 33, 47, 48, 63, 100, 1001};
+// Pixels into the buffer, so that rows start off vector alignment: every distance from a 64-byte boundary
+// (the kernels align their stores and overlap their first and last steps).
+constexpr uint32_t kStarts[] = {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16, 17, 31, 63};
 
 // Values where rounding, the int32 limits and the clamps decide.
 template <typename T> std::vector<T> edgeValues() {
