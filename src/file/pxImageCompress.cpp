@@ -67,11 +67,11 @@ uint32_t pxcompress::compressWith(const Kernels &kernels, uint16_t *pixels, int3
         return 0;
     }
     const int64_t baseline = pxcompress::truncateSaturated((float)q * s.blFactor) + s.blAddOn;
-    // The output words are not written before the runs are formed; until then the first row's worth of them
-    // is the protection's scratch row (protection examines no row of an image under 11 rows, and from 11
-    // rows on there are more than width words).
-    const uint64_t scratchWords = limit + 2 < (uint64_t)width ? limit + 2 : (uint64_t)width;
-    std::memset(*words, 0, scratchWords * sizeof(uint16_t));
+    // The output words are not written before the runs are formed; until then their first rows' worth is
+    // the protection's scratch (protection examines no row of an image under 11 rows, and from 11 rows on
+    // there are more than 8 x width words).
+    const uint64_t scratch = (uint64_t)pxcompress::kProtectScratchRows * (uint64_t)width;
+    std::memset(*words, 0, (limit + 2 < scratch ? limit + 2 : scratch) * sizeof(uint16_t));
     kernels.protect(pixels, width, height, s, baseline + 4500, *words);
     pxcompress::RunWriter out{*words, limit, 0};
     kernels.formRuns(pixels, n, baseline, s, out);

@@ -65,6 +65,9 @@ static inline Range rangeOf(int64_t p, int64_t baseline, const Settings &s) {
     return {p - s.diffLow, p + s.diffLow > baseline ? p + s.diffHigh : p + s.diffLow};
 }
 
+// Rows of scratch (of width words each) that protection may use.
+constexpr int64_t kProtectScratchRows = 5;
+
 // A run never grows past this many pixels.
 constexpr uint32_t kLongestRun = 65534;
 
@@ -75,7 +78,8 @@ struct Kernels {
     bool (*onePercentLevel)(const uint16_t *pixels, uint64_t n, int64_t *q);
     // Sets bit 0 of the protected pixels of the width x height image, in place (rows 5..height-6 and columns
     // 5..width-6 are examined, in row order, each reading the pixels as the earlier ones left them).
-    // `scratch` holds at least width words, all zero, and is left all zero. O(pixels) for the fast kernels.
+    // `scratch` holds kProtectScratchRows x width words, all zero, and is left all zero; it is not touched
+    // when no row is examined (height under 11). O(pixels) for the fast kernels.
     void (*protect)(uint16_t *pixels, int64_t width, int64_t height, const Settings &s, int64_t mark,
                     uint16_t *scratch);
     // Forms the runs of n >= 1 pixels in order, clearing the two low bits of each pixel that opens a run

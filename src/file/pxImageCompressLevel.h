@@ -1,7 +1,7 @@
-// The 1 % level of the CSHORT compressor's fast kernels. On vectors: one pass from a guess that a small sample
-// gives and that the pass itself checks; when the check fails, and on the plain level, two passes of small
-// histograms (high bytes, then the low bytes of the one high byte where the count reaches n / 100), the same
-// first value as the reference's full histogram.
+// The 1 % level of the CSHORT compressor's fast kernels. On vectors: one pass from a guess that a small
+// sample gives and that the pass itself checks; when the check fails, and on the plain level, two passes of
+// small histograms (high bytes, then the low bytes of the one high byte where the count reaches n / 100), the
+// same first value as the reference's full histogram.
 #pragma once
 
 #include "pxImageCompressVectors.h"

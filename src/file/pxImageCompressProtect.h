@@ -1,9 +1,9 @@
 // The protection stage of the CSHORT compressor's fast kernels. It scans each row as the reference does. A
 // row's marks can change only later reads of the same row (rows above are done, rows below are read after the
-// row ends), so they are set on the row at once and, for the eight other rows they cover, collected in a cover
-// row and set once when the row ends; overlapping squares set each pixel once. Stretches of columns where
-// nothing can happen, or where every pixel is bright and the edges are quiet, are done a vector at a time;
-// any other vector is stepped through pixel by pixel with the reference's rules.
+// row ends), so they are set on the row at once and, for the eight other rows they cover, collected in a
+// cover row and set once when the row ends; overlapping squares set each pixel once. Stretches of columns
+// where nothing can happen, or where every pixel is bright and the edges are quiet, are done a vector at a
+// time; any other vector is stepped through pixel by pixel with the reference's rules.
 #pragma once
 
 #include "pxImageCompressInternal.h"
@@ -18,68 +18,118 @@ template <class ShortV, class HalfV, class FloatV> class Protector {
     static constexpr int FloatLanes = V::FloatLanes;
 
   public:
+    // `covers` holds kCoverRows x width words, all zero, and is left all zero.
     Protector(uint16_t *pixels, int64_t width, int64_t height, const Settings &s, int64_t mark,
-              uint16_t *cover)
-        : pixels_(pixels), width_(width), height_(height), s_(s), mark_(mark), cover_(cover),
+              uint16_t *covers)
+        : pixels_(pixels), width_(width), height_(height), s_(s), mark_(mark), covers_(covers),
           reach_(s.ratioWidth < 0 ? 0 : s.ratioWidth), widen_(truncateSaturated(s.protectWidth)),
           markFloat_(mark < -1      ? -1.0f
                      : mark > 65536 ? 65536.0f
-                                    : (float)mark) {}
+                                    : (float)mark) {
+        for (int64_t k = 0; k < kCoverRows; ++k)
+            ring_[k] = {covers_ + k * width_, width_, -1};
+    }
 
+    // Rows 5..height-6 are scanned; four rows more pass on the marks of the last ones. Each row y takes the
+    // marks of rows y-4..y-1 before it is scanned (nothing of rows below has been read yet) and, when row
+    // y+4 is done, those of rows y+1..y+4.
     void run() {
-        for (int64_t y = 5; y <= height_ - 6; ++y) {
+        const int64_t last = height_ - 6;
+        if (last < 5)
+            return;
+        for (int64_t y = 5; y <= last + 4; ++y) {
             startRow(y);
-            if (s_.protectionMethod == 1)
-                scanBright(5, width_ - 6);
-            else
-                scanEdges(s_.protectionMethod == 3);
-            finishRow(y);
+            if (y < height_)
+                setMarks(y, y - 4, y - 1);
+            if (y <= last) {
+                if (s_.protectionMethod == 1)
+                    scanBright(5, width_ - 6);
+                else
+                    scanEdges(s_.protectionMethod == 3);
+            }
+            setMarks(y - 4, y - 3, y);
         }
+        for (int64_t y = last; y <= last + 4; ++y)
+            clearCover(y);
     }
 
   private:
+    static constexpr int64_t kCoverRows = kProtectScratchRows;
+
+    // The columns a row has marked: a cover row of 0 and 1 and the range of its ones.
+    struct Cover {
+        uint16_t *columns;
+        int64_t lo, hi;
+    };
+
     uint16_t *const pixels_;
     const int64_t width_, height_;
     const Settings &s_;
     const int64_t mark_;
-    uint16_t *const cover_;
+    uint16_t *const covers_;
     const int64_t reach_, widen_;
     const float markFloat_;
 
+    Cover ring_[kCoverRows] = {};
+    Cover *cover_ = nullptr;
     uint16_t *row_ = nullptr;
-    int64_t squaresEnd_ = 0;             // one past the last column the row's squares have marked
-    int64_t coverLo_ = 0, coverHi_ = -1; // columns the row has marked
+    int64_t squaresEnd_ = 0; // one past the last column the row's squares have marked
     bool open_ = false;
     int64_t rise_ = 0;
 
+    // The cover of row y (rows below 5 mark nothing and have empty ones).
+    Cover &coverOf(int64_t y) { return ring_[y % kCoverRows]; }
+
+    void clearCover(int64_t y) {
+        Cover &c = coverOf(y);
+        if (c.lo <= c.hi)
+            std::memset(c.columns + c.lo, 0, (size_t)(c.hi - c.lo + 1) * sizeof(uint16_t));
+        c.lo = width_;
+        c.hi = -1;
+    }
+
+    // Row y's cover takes the ring slot of row y - 5, whose marks every row has taken by now.
     void startRow(int64_t y) {
+        clearCover(y);
+        cover_ = &coverOf(y);
         row_ = pixels_ + y * width_;
         squaresEnd_ = 0;
-        coverLo_ = width_;
-        coverHi_ = -1;
         open_ = false;
         rise_ = 0;
     }
 
-    // Sets the row's marks on the other rows of its nine and clears the cover row. Stretches of Lanes
-    // columns that the row did not mark are passed over.
-    void finishRow(int64_t y) {
-        if (coverLo_ > coverHi_)
-            return;
-        const int64_t first = y - 4 < 0 ? 0 : y - 4, last = y + 4 >= height_ ? height_ - 1 : y + 4;
-        for (int64_t x = coverLo_; x <= coverHi_; x += Lanes) {
-            const int64_t end = x + Lanes - 1 < coverHi_ ? x + Lanes - 1 : coverHi_;
-            if constexpr (Lanes > 1) {
-                if (end - x + 1 == Lanes && !anyLane(V::load(cover_ + x) != 0))
-                    continue;
-            }
-            for (int64_t r = first; r <= last; ++r) {
-                uint16_t *target = pixels_ + r * width_;
-                for (int64_t c = x; c <= end; ++c)
-                    target[c] |= cover_[c];
-            }
+    // Sets the marks of rows first..last on row r; stretches of Lanes columns that none of them marked are
+    // passed over.
+    void setMarks(int64_t r, int64_t first, int64_t last) {
+        first = first < 5 ? 5 : first;
+        int64_t lo = width_, hi = -1;
+        for (int64_t k = first; k <= last; ++k) {
+            lo = coverOf(k).lo < lo ? coverOf(k).lo : lo;
+            hi = coverOf(k).hi > hi ? coverOf(k).hi : hi;
         }
-        std::memset(cover_ + coverLo_, 0, (size_t)(coverHi_ - coverLo_ + 1) * sizeof(uint16_t));
+        if (r < 0 || lo > hi)
+            return;
+        const uint16_t *rows[4];
+        int count = 0;
+        for (int64_t k = first; k <= last; ++k)
+            rows[count++] = coverOf(k).columns;
+        uint16_t *target = pixels_ + r * width_;
+        for (int64_t x = lo; x <= hi; x += Lanes) {
+            const int64_t end = x + Lanes - 1 < hi ? x + Lanes - 1 : hi;
+            if constexpr (Lanes > 1) {
+                if (end - x + 1 == Lanes) {
+                    ShortV marks = V::load(rows[0] + x);
+                    for (int k = 1; k < count; ++k)
+                        marks |= V::load(rows[k] + x);
+                    if (anyLane(marks != 0))
+                        V::store(target + x, V::load(target + x) | marks);
+                    continue;
+                }
+            }
+            for (int64_t c = x; c <= end; ++c)
+                for (int k = 0; k < count; ++k)
+                    target[c] |= rows[k][c];
+        }
     }
 
     // Marks columns x0..x1 (clipped) of the row and of its cover.
@@ -90,10 +140,10 @@ template <class ShortV, class HalfV, class FloatV> class Protector {
             return;
         for (int64_t x = x0; x <= x1; ++x) {
             row_[x] |= 1;
-            cover_[x] = 1;
+            cover_->columns[x] = 1;
         }
-        coverLo_ = x0 < coverLo_ ? x0 : coverLo_;
-        coverHi_ = x1 > coverHi_ ? x1 : coverHi_;
+        cover_->lo = x0 < cover_->lo ? x0 : cover_->lo;
+        cover_->hi = x1 > cover_->hi ? x1 : cover_->hi;
     }
 
     // The 9 x 9 square of a bright pixel at column x; squares come in increasing x, so the columns below

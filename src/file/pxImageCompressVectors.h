@@ -60,6 +60,7 @@ template <class ShortV, class HalfV, class FloatV> struct Vec {
         std::memcpy(&v, p, sizeof v);
         return v;
     }
+    static void store(uint16_t *p, ShortV v) { std::memcpy(p, &v, sizeof v); }
     // The floats of FloatLanes pixels, each ORed with `bits` first.
     static FloatV loadFloat(const uint16_t *p, uint16_t bits = 0) {
         HalfV v;

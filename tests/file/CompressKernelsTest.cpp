@@ -242,9 +242,9 @@ Result run(const Kernels &k, const Frame &f, const Settings &s, uint64_t capacit
     const uint64_t n = pixels.size();
     r.levelOk = k.onePercentLevel(pixels.data(), n, &r.q);
     const int64_t baseline = truncateSaturated((float)r.q * s.blFactor) + s.blAddOn;
-    std::vector<uint16_t> scratch((size_t)f.width, 0);
+    std::vector<uint16_t> scratch((size_t)(kProtectScratchRows * f.width), 0);
     k.protect(pixels.data(), f.width, f.height, s, baseline + 4500, scratch.data());
-    EXPECT_EQ(std::vector<uint16_t>((size_t)f.width, 0), scratch) << "the scratch row is left all zero";
+    EXPECT_EQ(std::vector<uint16_t>(scratch.size(), 0), scratch) << "the scratch rows are left all zero";
     r.protectedPixels = pixels;
     r.words.assign(capacity + 2, 0xABCD);
     RunWriter out{r.words.data(), capacity, 0};
