@@ -57,12 +57,12 @@ uint16_t firstReaching(const uint16_t *values, uint64_t count, uint64_t stride, 
 }
 
 // The 1 % level from a guess, on vectors: a sample of 4096 pixels puts the level near g; one pass counts the
-// pixels at or below each of 16 consecutive values around g, and where the count first reaches n / 100 at one
+// pixels at or below each of 8 consecutive values around g, and where the count first reaches n / 100 at one
 // of them after the first, that value is the one sought (the count at the value below falls short). False
 // when the counts do not settle it (or the image is small); the full count then decides.
 template <class ShortV> bool guessedLevel(const uint16_t *pixels, uint64_t n, uint64_t target, int64_t *q) {
     constexpr uint64_t sample = 4096;
-    constexpr int values = 16;
+    constexpr int values = 8;
     constexpr int lanes = sizeof(ShortV) / sizeof(uint16_t);
     constexpr uint64_t chunk = 65535 * (uint64_t)lanes; // pixels whose counts a 16-bit lane holds
     if (n < 16 * sample)

@@ -43,7 +43,7 @@ template <class HalfV, class IntV, class UIntV> class LoneRuns {
           diffHigh_(clampTo(s.diffHigh, 1 << 17)) {}
 
     // Whether pixels i..i+Lanes-1 each break the run of their predecessor (i >= 1, the predecessor of i
-    // already opened its run).
+    // opened its run; its two low bits are cleared here, whether or not they are yet in memory).
     bool allBreak(const uint16_t *pixels, uint64_t i) const {
         const IntV p = load(pixels + i);
         const IntV previous = load(pixels + i - 1) & ~3;
@@ -56,14 +56,11 @@ template <class HalfV, class IntV, class UIntV> class LoneRuns {
         return allLanes(breaks);
     }
 
-    // Pixels i..i+Lanes-1 become runs of one: each loses its two low bits and the pairs (1, predecessor) are
-    // written, or only counted where they would pass the limit.
-    static void write(uint16_t *pixels, uint64_t i, RunWriter &out) {
+    // The pairs (1, predecessor with its two low bits cleared) of pixels i..i+Lanes-1, each a run of one, or
+    // only counted where they would pass the limit. The pixels themselves are left for openAll, so that the
+    // next vector's loads never wait on these pixels' stores.
+    static void writePairs(const uint16_t *pixels, uint64_t i, RunWriter &out) {
         const IntV previous = load(pixels + i - 1) & ~3;
-        HalfV opened;
-        std::memcpy(&opened, pixels + i, sizeof opened);
-        opened &= (uint16_t)~3;
-        std::memcpy(pixels + i, &opened, sizeof opened);
         if (out.used + 2 * Lanes > out.capacity) {
             for (int k = 0; k < Lanes; ++k)
                 emit(out, 1, (uint16_t)previous[k]);
@@ -73,6 +70,12 @@ template <class HalfV, class IntV, class UIntV> class LoneRuns {
         const UIntV pairs = 1 | ((UIntV)previous << 16);
         std::memcpy(out.words + out.used, &pairs, sizeof pairs);
         out.used += 2 * Lanes;
+    }
+
+    // Pixels from..end-1, each of which opened a run, lose their two low bits.
+    static void openAll(uint16_t *pixels, uint64_t from, uint64_t end) {
+        for (uint64_t i = from; i < end; ++i)
+            pixels[i] = (uint16_t)(pixels[i] & ~3);
     }
 
   private:
@@ -116,10 +119,12 @@ void formRunsLanes(uint16_t *pixels, uint64_t n, int64_t baseline, const Setting
         if constexpr (vectors) {
             constexpr uint64_t lanes = sizeof(IntV) / sizeof(int32_t);
             if (n - i >= lanes && lone.allBreak(pixels, i)) {
+                const uint64_t from = i;
                 do {
-                    lone.write(pixels, i, out);
+                    lone.writePairs(pixels, i, out);
                     i += lanes;
                 } while (n - i >= lanes && lone.allBreak(pixels, i));
+                lone.openAll(pixels, from, i);
                 range = rangeOf(pixels[i - 1], baseline, s);
             }
         }
