@@ -3,6 +3,8 @@
 
 #include <cstdlib>
 
+#include <sched.h>
+
 #include <opencv2/core.hpp>
 
 namespace pxbench {
@@ -25,12 +27,39 @@ const bool kOneThread = [] {
     return true;
 }();
 
+// The processors the program may run on when it starts.
+const cpu_set_t kStartCpus = [] {
+    cpu_set_t cpus;
+    CPU_ZERO(&cpus);
+    sched_getaffinity(0, sizeof cpus, &cpus);
+    return cpus;
+}();
+
+// Pins the calling thread for a row: to the processor PXIMAGE_BENCH_CPU names when the row runs on one
+// thread, back to every processor of the start for OpenCV's default threads (its worker threads, made when
+// it first runs on several, inherit this). Without PXIMAGE_BENCH_CPU nothing is pinned.
+void pinForRow(bool oneThread) {
+    const char *cpu = std::getenv("PXIMAGE_BENCH_CPU");
+    if (cpu == nullptr || *cpu == '\0')
+        return;
+    cpu_set_t cpus = kStartCpus;
+    if (oneThread) {
+        CPU_ZERO(&cpus);
+        CPU_SET(std::atoi(cpu), &cpus);
+    }
+    sched_setaffinity(0, sizeof cpus, &cpus);
+}
+
 benchmark::internal::Benchmark *row(const std::string &name, Body body) {
-    return benchmark::RegisterBenchmark(name.c_str(), [body](benchmark::State &state) { body(state); });
+    return benchmark::RegisterBenchmark(name.c_str(), [body](benchmark::State &state) {
+        pinForRow(true);
+        body(state);
+    });
 }
 
 benchmark::internal::Benchmark *openCvRow(const std::string &name, Body body, bool defaultThreads) {
     return benchmark::RegisterBenchmark(name.c_str(), [body, defaultThreads](benchmark::State &state) {
+        pinForRow(!defaultThreads);
         OpenCvThreads threads(defaultThreads);
         body(state);
         state.counters["cvThreads"] = cv::getNumThreads();
