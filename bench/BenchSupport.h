@@ -38,6 +38,7 @@ void forEach(const std::vector<benchmark::internal::Benchmark *> &rows,
              const std::function<void(benchmark::internal::Benchmark *)> &apply);
 
 // True in the short smoke run of the test suite (PXIMAGE_BENCH_SMOKE set): benchmarks use small images.
+// O(1): the environment is read on the first call.
 bool smoke();
 
 } // namespace pxbench
