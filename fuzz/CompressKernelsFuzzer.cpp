@@ -9,36 +9,13 @@
 #include <limits>
 #include <vector>
 
+#include "FuzzInput.h"
 #include "file/pxImageCompressInternal.h"
 
 using namespace pxcompress;
+using pxfuzz::Input;
 
 namespace {
-
-// Takes numbers from the front of the input; an exhausted input gives zeros.
-class Input {
-  public:
-    Input(const uint8_t *data, size_t size) : data_(data), size_(size) {}
-    uint8_t byte() { return used_ < size_ ? data_[used_++] : 0; }
-    template <typename T> T raw() {
-        T value{};
-        const size_t n = size_ - used_ < sizeof(T) ? size_ - used_ : sizeof(T);
-        if (n > 0)
-            std::memcpy(&value, data_ + used_, n);
-        used_ += n;
-        return value;
-    }
-    // A menu entry, or (for a choice past the menu) raw bytes.
-    template <typename T> T choose(const std::vector<T> &menu) {
-        const uint8_t choice = byte();
-        return choice < menu.size() ? menu[choice] : choice < 200 ? menu[choice % menu.size()] : raw<T>();
-    }
-
-  private:
-    const uint8_t *data_;
-    size_t size_;
-    size_t used_ = 0;
-};
 
 Settings settingsOf(Input &in) {
     const float nan = std::numeric_limits<float>::quiet_NaN();

@@ -12,40 +12,14 @@
 #include <unistd.h>
 #include <vector>
 
+#include "FuzzInput.h"
 #include "file/pxImageFileInternal.h"
 #include "pxEnv.h"
 #include "pxImage.h"
 
 namespace {
 
-// ---- Input bytes ---------------------------------------------------------------------------------------
-
-// Takes numbers from the front of the input; an exhausted input gives zeros.
-class Input {
-  public:
-    Input(const uint8_t *data, size_t size) : data_(data), size_(size) {}
-    uint8_t byte() { return used_ < size_ ? data_[used_++] : 0; }
-    // The next sizeof(T) bytes as a T; missing bytes are zero.
-    template <typename T> T raw() {
-        T value{};
-        const size_t n = size_ - used_ < sizeof(T) ? size_ - used_ : sizeof(T);
-        if (n > 0)
-            memcpy(&value, data_ + used_, n);
-        used_ += n;
-        return value;
-    }
-    int32_t small() { return (int16_t)raw<uint16_t>(); }
-    // The bytes not yet taken, for the pixels (may be empty).
-    const uint8_t *rest(size_t *count) const {
-        *count = size_ - used_;
-        return data_ + used_;
-    }
-
-  private:
-    const uint8_t *data_;
-    size_t size_;
-    size_t used_ = 0;
-};
+using pxfuzz::Input;
 
 enum Encoding { PLAIN, ENC_CBIT, ENC_CSHORT, ENC_SHORT12, TRANSFORM, ENCODINGS };
 
