@@ -1,9 +1,10 @@
 // The protection stage of the CSHORT compressor's fast kernels. It scans each row as the reference does. A
 // row's marks can change only later reads of the same row (rows above are done, rows below are read after the
-// row ends), so they are set on the row at once and, for the eight other rows they cover, collected in a
-// cover row and set once when the row ends; overlapping squares set each pixel once. Stretches of columns
-// where nothing can happen, or where every pixel is bright and the edges are quiet, are done a vector at a
-// time; any other vector is stepped through pixel by pixel with the reference's rules.
+// row ends), so they are set on the row at once and, for the eight other rows they cover, collected in the
+// row's cover row: each row takes the covers of the four rows above before its scan and of the four rows
+// below once those are done (a ring of five cover rows). Overlapping squares set each pixel once. Stretches
+// of columns where nothing can happen, or where every pixel is bright and the edges are quiet, are done a
+// vector at a time; any other vector is stepped through pixel by pixel with the reference's rules.
 #pragma once
 
 #include "pxImageCompressInternal.h"
