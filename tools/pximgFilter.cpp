@@ -21,13 +21,6 @@ namespace {
 
 // ---- Shared helpers ------------------------------------------------------------------------------------
 
-// A number in six significant digits.
-std::string number(double value) {
-    char text[32];
-    std::snprintf(text, sizeof text, "%.6g", value);
-    return text;
-}
-
 // Input and output of every filter subcommand.
 struct FilterIo {
     BatchOptions batch;

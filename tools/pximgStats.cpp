@@ -21,13 +21,6 @@ namespace pximg {
 
 namespace {
 
-// A number in six significant digits.
-std::string number(double value) {
-    char text[32];
-    std::snprintf(text, sizeof text, "%.6g", value);
-    return text;
-}
-
 struct StatsOptions {
     std::string input;
     std::string flowY;

@@ -90,6 +90,12 @@ std::string fixed(double value, int decimals) {
     return text;
 }
 
+std::string number(double value) {
+    char text[32];
+    std::snprintf(text, sizeof text, "%.6g", value);
+    return text;
+}
+
 std::string jsonNumber(double value) {
     return std::isfinite(value) ? shortest(value) : "null";
 }

@@ -25,6 +25,8 @@ std::string shortest(float value);
 std::string shortest(int32_t value);
 // Fixed-point text with the given decimals. O(1).
 std::string fixed(double value, int decimals);
+// Six significant digits ("%.6g": "0.333333", "1.5e+07"). O(1).
+std::string number(double value);
 // A JSON number (null for non-finite values) and a JSON string with escapes. O(length).
 std::string jsonNumber(double value);
 std::string jsonString(const std::string &text);

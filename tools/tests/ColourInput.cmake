@@ -1,24 +1,16 @@
 # Grey stored as RGB, as a grey palette or with an alpha channel reads as the grey image; real colour reads
 # with --grey (luminance) or --channel N.
 include(${CMAKE_CURRENT_LIST_DIR}/PximgSteps.cmake)
-file(REMOVE_RECURSE ${WORK})
-file(MAKE_DIRECTORY ${WORK})
 
-function(stats_of result)
-  pximg(stats ${ARGN} --bins 8)
-  string(REGEX REPLACE "^.*(count.*)$" "\\1" body "${PXIMG_OUTPUT}")
-  set(${result} "${body}" PARENT_SCOPE)
-endfunction()
-
-stats_of(camera ${IMG}/camera.png)
+stats_of(camera ${IMG}/camera.png --bins 8)
 foreach(layout grey-rgb grey-palette grey-alpha)
-  stats_of(other ${IMG}/${layout}.png)
+  stats_of(other ${IMG}/${layout}.png --bins 8)
   if(NOT camera STREQUAL other)
     message(FATAL_ERROR "${layout}.png does not read as the grey image:\n${other}")
   endif()
 endforeach()
 foreach(file colour colour-palette)
-  stats_of(red ${IMG}/${file}.png --channel 0)
+  stats_of(red ${IMG}/${file}.png --channel 0 --bins 8)
   if(NOT camera STREQUAL red)
     message(FATAL_ERROR "the red channel of ${file}.png is not the grey image:\n${red}")
   endif()

@@ -1,28 +1,15 @@
 # One rule for type changes in convert: values are kept (8 -> 16 -> 8 gives the image back), --shift moves
 # bits, --stretch maps a range onto the type's range, and clipping is warned about.
 include(${CMAKE_CURRENT_LIST_DIR}/PximgSteps.cmake)
-file(REMOVE_RECURSE ${WORK})
-file(MAKE_DIRECTORY ${WORK})
 
-function(stats_of result)
-  pximg(stats ${ARGN} --bins 8)
-  string(REGEX REPLACE "^.*(count.*)$" "\\1" body "${PXIMG_OUTPUT}")
-  set(${result} "${body}" PARENT_SCOPE)
-endfunction()
-function(expect_equal a b what)
-  if(NOT a STREQUAL b)
-    message(FATAL_ERROR "${what} differ:\n${a}\n---\n${b}")
-  endif()
-endfunction()
-
-stats_of(camera ${IMG}/camera.png)
+stats_of(camera ${IMG}/camera.png --bins 8)
 pximg(convert ${IMG}/camera.png ${WORK}/a16.pxi --type short)
 pximg(convert ${WORK}/a16.pxi ${WORK}/a8.png --type ubyte)
-stats_of(back ${WORK}/a8.png)
+stats_of(back ${WORK}/a8.png --bins 8)
 expect_equal("${camera}" "${back}" "8 -> 16 -> 8 bits and the original")
 
 pximg(convert ${IMG}/camera16.png ${WORK}/shifted.png --type ubyte --shift -8)
-stats_of(shifted ${WORK}/shifted.png)
+stats_of(shifted ${WORK}/shifted.png --bins 8)
 expect_equal("${camera}" "${shifted}" "16-bit data shifted to 8 bits and the 8-bit original")
 
 pximg(convert ${IMG}/camera.png ${WORK}/stretched.png --type short --stretch auto)

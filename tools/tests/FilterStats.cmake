@@ -6,19 +6,6 @@ include(${CMAKE_CURRENT_LIST_DIR}/PximgSteps.cmake)
 
 set(frame ${DEMO}/frame-float.pxi)
 
-# The lines of `pximg stats` from "count" on (the region line differs between images of other sizes).
-function(stats_of out)
-  pximg(stats ${ARGN})
-  string(REGEX REPLACE "^.*(count.*)$" "\\1" body "${PXIMG_OUTPUT}")
-  set(${out} "${body}" PARENT_SCOPE)
-endfunction()
-
-function(expect_equal a b what)
-  if(NOT a STREQUAL b)
-    message(FATAL_ERROR "${what} differ:\n${a}\n---\n${b}")
-  endif()
-endfunction()
-
 # The mean printed by `pximg stats`.
 function(mean_of out)
   pximg(stats ${ARGN} --bins 0)

@@ -4,13 +4,6 @@ include(${CMAKE_CURRENT_LIST_DIR}/PximgSteps.cmake)
 
 set(frame ${DEMO}/frame-short.pxi)
 
-# The lines of `pximg stats` from "count" on.
-function(stats_of out)
-  pximg(stats ${ARGN})
-  string(REGEX REPLACE "^.*(count.*)$" "\\1" body "${PXIMG_OUTPUT}")
-  set(${out} "${body}" PARENT_SCOPE)
-endfunction()
-
 # A cut holds the pixels of the region it was cut from.
 pximg(cut ${frame} ${WORK}/cut.pxi 100 50 301 203)
 pximg(info ${WORK}/cut.pxi)

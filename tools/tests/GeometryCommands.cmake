@@ -5,26 +5,13 @@ include(${CMAKE_CURRENT_LIST_DIR}/PximgSteps.cmake)
 
 set(frame ${DEMO}/frame-float.pxi)
 
-# The lines of `pximg stats` from "count" on, for a region.
-function(stats_of out)
-  pximg(stats ${ARGN} --bins 8)
-  string(REGEX REPLACE "^.*(count.*)$" "\\1" body "${PXIMG_OUTPUT}")
-  set(${out} "${body}" PARENT_SCOPE)
-endfunction()
-
-function(expect_equal a b what)
-  if(NOT a STREQUAL b)
-    message(FATAL_ERROR "${what} differ:\n${a}\n---\n${b}")
-  endif()
-endfunction()
-
-stats_of(original ${frame})
+stats_of(original ${frame} --bins 8)
 
 # The identity affine map reproduces the frame (its values are whole numbers, so even the clamped last
 # column and row are exact); nothing maps outside.
 pximg(warp ${frame} ${WORK}/identity.pxi --affine 0 0 0 0 0 0)
 expect_output("^0 of 786432 pixels map outside the source \\(marked 3.4028235e38\\)\n$")
-stats_of(identity ${WORK}/identity.pxi)
+stats_of(identity ${WORK}/identity.pxi --bins 8)
 expect_equal("${original}" "${identity}" "frame and its identity warp")
 
 # A whole-pixel shift keeps the type; shifting back restores everything but the uncovered band.
@@ -33,8 +20,8 @@ expect_output("shifted by \\(5, -3\\) pixels")
 pximg(info ${WORK}/shifted.pxi)
 expect_output("stored type +SHORT \\(3\\)")
 pximg(warp ${WORK}/shifted.pxi ${WORK}/back.pxi --shift -5 3)
-stats_of(inner ${DEMO}/frame-short.pxi --region 5 0 1024 765)
-stats_of(innerBack ${WORK}/back.pxi --region 5 0 1024 765)
+stats_of(inner ${DEMO}/frame-short.pxi --region 5 0 1024 765 --bins 8)
+stats_of(innerBack ${WORK}/back.pxi --region 5 0 1024 765 --bins 8)
 expect_equal("${inner}" "${innerBack}" "inner part after a shift there and back")
 
 # A fractional shift marks the uncovered pixels in our format and writes them as 0 in a PNG.
@@ -48,12 +35,12 @@ expect_output("count +786432\n")
 # Zero distortion reproduces all but the last column and row; k = 0 changes nothing.
 pximg(distort ${frame} ${WORK}/distorted.pxi)
 expect_output("distortion centre \\(512, 384\\), 1 x 1 samples per pixel")
-stats_of(inside ${frame} --region 0 0 1023 767)
-stats_of(insideDistorted ${WORK}/distorted.pxi --region 0 0 1023 767)
+stats_of(inside ${frame} --region 0 0 1023 767 --bins 8)
+stats_of(insideDistorted ${WORK}/distorted.pxi --region 0 0 1023 767 --bins 8)
 expect_equal("${inside}" "${insideDistorted}" "frame and its zero distortion")
 pximg(undistort ${frame} ${WORK}/undistorted.pxi --k 0)
 expect_output("valid region: columns 0..1023, rows 0..767")
-stats_of(same ${WORK}/undistorted.pxi)
+stats_of(same ${WORK}/undistorted.pxi --bins 8)
 expect_equal("${original}" "${same}" "frame and its undistortion with k = 0")
 
 # Barrel correction narrows the valid region on every side.

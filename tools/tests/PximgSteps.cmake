@@ -1,4 +1,5 @@
-# Helpers of the conversion scenarios: run pximg and stop on failure; compare two files byte for byte.
+# Helpers of the pximg scenarios: run pximg and stop on failure; compare two files byte for byte, the output
+# with a pattern, the statistics of two images.
 function(pximg)
   execute_process(COMMAND ${PXIMG} ${ARGN} RESULT_VARIABLE status OUTPUT_VARIABLE out ERROR_VARIABLE err)
   if(NOT status EQUAL 0)
@@ -17,6 +18,19 @@ endfunction()
 function(expect_output regex)
   if(NOT PXIMG_OUTPUT MATCHES "${regex}")
     message(FATAL_ERROR "output does not match '${regex}':\n${PXIMG_OUTPUT}")
+  endif()
+endfunction()
+
+# The lines of `pximg stats` from "count" on (counts, range, mean, histogram) for the given arguments.
+function(stats_of out)
+  pximg(stats ${ARGN})
+  string(REGEX REPLACE "^.*(count.*)$" "\\1" body "${PXIMG_OUTPUT}")
+  set(${out} "${body}" PARENT_SCOPE)
+endfunction()
+
+function(expect_equal a b what)
+  if(NOT a STREQUAL b)
+    message(FATAL_ERROR "${what} differ:\n${a}\n---\n${b}")
   endif()
 endfunction()
 
