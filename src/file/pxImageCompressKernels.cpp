@@ -1,6 +1,7 @@
 // The fast kernels of the CSHORT compressor at the levels every x86-64 processor runs (plain C++ and vectors
 // of 16 bytes), and the choice of level.
 #include "pxImageCompressLanes.h"
+#include "image/pxImageCpu.h"
 
 namespace pxcompress {
 
@@ -16,23 +17,9 @@ const Kernels *kernelsSse2() {
 #endif
 }
 
-namespace {
-
-bool processorRuns(int level) {
-#if defined(__x86_64__) || defined(__i386__)
-    if (level == kAvx2)
-        return __builtin_cpu_supports("avx2");
-    if (level == kAvx512)
-        return __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw");
-#endif
-    return level == kPortable || level == kSse2;
-}
-
-} // namespace
-
 const Kernels *kernelsAt(int level) {
-    static const bool runs[] = {processorRuns(kPortable), processorRuns(kSse2), processorRuns(kAvx2),
-                                processorRuns(kAvx512)};
+    static const bool runs[] = {pxImageCpuRunsLevel(kPortable), pxImageCpuRunsLevel(kSse2),
+                                pxImageCpuRunsLevel(kAvx2), pxImageCpuRunsLevel(kAvx512)};
     static const Kernels *const built[] = {kernelsPortable(), kernelsSse2(), kernelsAvx2(), kernelsAvx512()};
     if (level < kPortable || level > kAvx512 || !runs[level])
         return nullptr;

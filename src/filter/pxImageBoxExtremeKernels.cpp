@@ -6,6 +6,7 @@
 #include "pxEnv.h"
 #include "pxImageBoxFilterInternal.h"
 #include "pxImageBoxKernelSupport.h"
+#include "image/pxImageCpu.h"
 
 namespace pxbox {
 
@@ -142,23 +143,11 @@ const BoxLaneKernels kPortable = {
     boxCountsAtLeast,
 };
 
-bool processorRuns(int level) {
-#if defined(__x86_64__) || defined(__i386__)
-    if (level == kBoxAvx2) {
-        return __builtin_cpu_supports("avx2");
-    }
-    if (level == kBoxAvx512) {
-        return __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw");
-    }
-#endif
-    return level == kBoxPortable || level == kBoxVector;
-}
-
 } // namespace
 
 const BoxLaneKernels *boxLaneKernelsAt(int level) {
-    static const bool runs[] = {processorRuns(kBoxPortable), processorRuns(kBoxVector),
-                                processorRuns(kBoxAvx2), processorRuns(kBoxAvx512)};
+    static const bool runs[] = {pxImageCpuRunsLevel(kBoxPortable), pxImageCpuRunsLevel(kBoxVector),
+                                pxImageCpuRunsLevel(kBoxAvx2), pxImageCpuRunsLevel(kBoxAvx512)};
     if (level < kBoxPortable || level > kBoxAvx512 || !runs[level]) {
         return nullptr;
     }
